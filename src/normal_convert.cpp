@@ -1,0 +1,208 @@
+#include "normal_convert.h"
+
+#include <cstdio>
+
+#include "path_steps.h"
+#include "platform/paths.h"
+
+namespace lumivert {
+namespace {
+
+constexpr unsigned int kGainCount = 256;
+
+/// What the fused kernel takes of a frame's metadata.
+struct ToneMapping {
+    HDR10PLUS_TM_CURVE curve = {};
+    float gains[kGainCount] = {};
+};
+
+/// Samples a curve that `hdr10plus_meta_to_curve` has made.
+void sample_gains(ToneMapping& mapping) {
+    hdr10plus_curve_kchoose_preapplied(&mapping.curve);
+    hdr10plus_preappliedcurve_to_lut(mapping.gains, kGainCount, &mapping.curve);
+}
+
+void upload_gains(const char* function, int tag, const Formatter& formatter, const ToneMapping& mapping) {
+    checked(function, tag, [&] {
+        return clEnqueueWriteBuffer(formatter.mQueue, formatter.mWorkMem2, CL_TRUE, 0, sizeof(mapping.gains),
+                                    mapping.gains, 0, nullptr, nullptr);
+    });
+}
+
+/// P010 to tone-mapped RGBA in `target_rgba_buffer`: one work-item a pixel.
+void tone_map(const char* function, int first_tag, int launch_tag, const Formatter& formatter, cl_kernel kernel,
+              cl_mem luma, cl_mem chroma, const HDR10PLUS_TM_CURVE& curve) {
+    bind_arguments(function, first_tag, kernel, luma, chroma, formatter.mWorkMem0,
+                   static_cast<cl_int>(formatter.mWidth), static_cast<cl_int>(formatter.mHeight),
+                   formatter.target_rgba_buffer, curve.normalize_x, curve.f_knee_point_x, formatter.mWorkMem2);
+    launch(function, launch_tag, formatter.mQueue, kernel, formatter.mWidth, formatter.mHeight);
+}
+
+/// RGBA in `target_rgba_buffer` to the output planes: one work-item for 4 x 2 pixels.
+void rgba_to_yuv(const char* function, int first_tag, int launch_tag, const Formatter& formatter,
+                 const char* kernel_name, cl_mem luma, cl_mem chroma) {
+    const cl_kernel kernel = formatter.find_kernel(kernel_name);
+    bind_arguments(function, first_tag, kernel, formatter.target_rgba_buffer, luma, chroma,
+                   static_cast<cl_int>(formatter.mWidth));
+    launch(function, launch_tag, formatter.mQueue, kernel, formatter.mWidth / 4, formatter.mHeight / 2);
+}
+
+/// Dumps the tone-mapped RGBA if a dump is requested: the caller's plane for RGBA output, else the second work buffer's
+/// own memory, whatever `target_rgba_buffer` names.
+void dump_rgba(Formatter& formatter, const _HDR2SDR_config_params_t& out) {
+    if (out.color_format == RGBA) return dump_planes(formatter, out, RGBA, "rgba_out.yuv");
+    if (dump_request == 0) return;
+    std::FILE* file = std::fopen(platform::resolve_path("/sdcard/DCIM/Camera/rgba_out.yuv").c_str(), "wb");
+    if (file == nullptr) return;
+    std::fwrite(formatter.mWorkHost1, 4, std::size_t{formatter.mWidth} * formatter.mHeight, file);
+    std::fclose(file);
+}
+
+/// Dumps NV12 planes by the instance's frame size, whatever sizes the caller gave.
+void dump_nv12(Formatter& formatter, _HDR2SDR_config_params_t out) {
+    const int samples = static_cast<int>(formatter.mWidth * formatter.mHeight);
+    out.buffer[0] = {out.buffer[0].handle, 0, samples};
+    out.buffer[1] = {out.buffer[1].handle, 0, samples / 2};
+    dump_planes(formatter, out, NV12, "final_nv12.yuv");
+}
+
+void print_debug_hdr10plus_metadata(const HDR10PLUS_DYNAMIC_INFO& info) {
+    if (!log_enabled(kTraceBit)) return;
+    const auto print = [](const char* field, unsigned int value) {
+        log_debug("%s %s is %d", "print_debug_hdr10plus_metadata", field, static_cast<int>(value));
+    };
+    const auto print_all = [](const char* field, const auto& values) { // also the entries that are not valid
+        int index = 0;
+        for (const auto value : values) {
+            log_debug("%s %s[%d] is %d", "print_debug_hdr10plus_metadata", field, index++, static_cast<int>(value));
+        }
+    };
+    log_debug("%s country_code is %d ", __func__, static_cast<int>(info.country_code));
+    print("provider_code", info.provider_code);
+    print("provider_oriented_code", info.provider_oriented_code);
+    print("application_identifier", info.application_identifier);
+    print("application_version", info.application_version);
+    print("display_max_luminance", info.display_max_luminance);
+    print_all("maxscl", info.maxscl);
+    print("avg_maxrgb", info.avg_maxrgb);
+    print("num_maxrgb_percentiles[3]", info.num_maxrgb_percentiles); // the index is meaningless, log readers expect it
+    print_all("maxrgb_percentages", info.maxrgb_percentages);
+    print_all("maxrgb_percentiles", info.maxrgb_percentiles);
+    print("tone_mapping_flag", info.tone_mapping_flag);
+    print("knee_point_x", info.knee_point_x);
+    print("knee_point_y", info.knee_point_y);
+    print("num_bezier_curve_anchors", info.num_bezier_curve_anchors);
+    print_all("bezier_curve_anchors", info.bezier_curve_anchors);
+}
+
+} // namespace
+
+void NormalConvert_Retain(const _HDR2SDR_config_params_t* In_params, const _HDR2SDR_config_params_t* Out_params,
+                          HDR10PLUS_DYNAMIC_INFO* metadata, Formatter* formatter) {
+    const cl_kernel kernel = formatter->find_kernel("p010_to_rgba8888_process_10plus_clut");
+    auto [map_y_in, map_uv_in] = formatter->mImagePair0;
+    auto [map_y_out, map_uv_out] = formatter->mImagePair1;
+    if (debug_level >= 4) {
+        trace_map("map_y_in", map_y_in);
+        trace_map("map_uv_in", map_uv_in);
+        trace_map("map_y_out", map_y_out);
+        trace_map("map_uv_out", map_uv_out);
+        print_debug_hdr10plus_metadata(*metadata);
+    }
+
+    const cl_mem in_y = formatter->find_imported_buffer(map_y_in, key_of(In_params->buffer[0]));
+    const cl_mem in_uv = formatter->find_imported_buffer(map_uv_in, key_of(In_params->buffer[1]));
+    fatal_check(in_y != nullptr && in_uv != nullptr, converter_check(255),
+                "input_p010_y != nullptr && input_p010_uv != nullptr");
+
+    // An RGBA output takes the work buffer's place, and keeps it for later frames of other formats.
+    const cl_mem out_y = formatter->find_imported_buffer(map_y_out, key_of(Out_params->buffer[0]));
+    cl_mem out_uv = nullptr;
+    if (Out_params->color_format == RGBA) {
+        formatter->target_rgba_buffer = out_y;
+        fatal_check(out_y != nullptr, converter_check(259), "formatter->target_rgba_buffer != nullptr");
+    } else {
+        out_uv = formatter->find_imported_buffer(map_uv_out, key_of(Out_params->buffer[1]));
+        fatal_check(out_y != nullptr && out_uv != nullptr, converter_check(263),
+                    "final_nv12_y != nullptr && final_nv12_uv != nullptr");
+    }
+
+    ToneMapping mapping;
+    hdr10plus_meta_to_curve(&mapping.curve, metadata);
+    sample_gains(mapping);
+    upload_gains(__func__, 273, *formatter, mapping);
+
+    tone_map(__func__, 277, 288, *formatter, kernel, in_y, in_uv, mapping.curve);
+    dump_rgba(*formatter, *Out_params);
+
+    if (Out_params->color_format == NV12) { // P010 output ends here, its planes unwritten
+        rgba_to_yuv(__func__, 310, 315, *formatter, "rgba8888_to_nv12", out_y, out_uv);
+        dump_nv12(*formatter, *Out_params);
+    }
+}
+
+void NormalConvert_FetchBlockPool(const _HDR2SDR_config_params_t* In_params, const _HDR2SDR_config_params_t* Out_params,
+                                  HDR10PLUS_DYNAMIC_INFO* metadata, Formatter* formatter) {
+    check_planes(*Out_params, "Out_params", 344);
+    const cl_kernel kernel = formatter->find_kernel("p010_to_rgba8888_process_10plus_clut");
+
+    const cl_mem in_y = import_plane(*formatter, In_params->buffer[0]);
+    const cl_mem in_uv = import_plane(*formatter, In_params->buffer[1]);
+    fatal_check(in_y != nullptr && in_uv != nullptr, converter_check(353),
+                "input_p010_y != nullptr && input_p010_uv != nullptr");
+
+    cl_mem out_y = nullptr;
+    cl_mem out_uv = nullptr;
+    switch (Out_params->color_format) {
+    case RGBA:
+        formatter->target_rgba_buffer = import_plane(*formatter, Out_params->buffer[0]);
+        fatal_check(formatter->target_rgba_buffer != nullptr, converter_check(358),
+                    "formatter->target_rgba_buffer != nullptr");
+        break;
+    case P010_LINEAR:
+    case NV12:
+        out_y = import_plane(*formatter, Out_params->buffer[0]);
+        out_uv = import_plane(*formatter, Out_params->buffer[1]);
+        if (Out_params->color_format == P010_LINEAR) {
+            fatal_check(out_y != nullptr && out_uv != nullptr, converter_check(371),
+                        "out_p010_y != nullptr && out_p010_uv != nullptr");
+        } else {
+            fatal_check(out_y != nullptr && out_uv != nullptr, converter_check(364),
+                        "final_nv12_y != nullptr && final_nv12_uv != nullptr");
+        }
+        break;
+    default:
+        break; // refused at the second stage
+    }
+
+    ToneMapping mapping;
+    hdr10plus_meta_to_curve(&mapping.curve, metadata, static_cast<unsigned int>(formatter->mTargetNits));
+    sample_gains(mapping);
+    upload_gains(__func__, 381, *formatter, mapping);
+    clFinish(formatter->mQueue);
+
+    tone_map(__func__, 386, 397, *formatter, kernel, in_y, in_uv, mapping.curve);
+    dump_rgba(*formatter, *Out_params);
+
+    switch (Out_params->color_format) {
+    case P010_LINEAR:
+        rgba_to_yuv(__func__, 443, 448, *formatter, "rgba8888_to_p010", out_y, out_uv);
+        dump_planes(*formatter, *Out_params, P010_LINEAR, "out_p010.yuv");
+        break;
+    case RGBA:
+        if (log_enabled(kTraceBit)) log_debug("Nothing to do");
+        break;
+    case NV12:
+        rgba_to_yuv(__func__, 420, 425, *formatter, "rgba8888_to_nv12", out_y, out_uv);
+        dump_nv12(*formatter, *Out_params);
+        break;
+    default:
+        fatal_check(false, converter_check(466), "0");
+    }
+
+    // The RGBA output is not among them: target_rgba_buffer goes on naming it.
+    for (const cl_mem plane : {out_y, out_uv, in_y, in_uv})
+        formatter->release_imported(plane);
+}
+
+} // namespace lumivert

@@ -1,0 +1,110 @@
+/// Dumps for inspection: a float buffer as text, the planes of a frame as raw bytes.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iostream>
+
+#include "util/formatter.h"
+
+namespace lumivert {
+namespace {
+
+/// Writes until all is out or the system refuses. Straight from the mapping through write(2): where the plane is
+/// shorter than its mapping the kernel reports it, while touching it here would end the process.
+void write_all(int file, const void* bytes, std::size_t count) {
+    for (auto* next = static_cast<const char*>(bytes); count > 0;) {
+        const ssize_t written = write(file, next, count);
+        if (written <= 0) return;
+        next += written;
+        count -= static_cast<std::size_t>(written);
+    }
+}
+
+/// A whole plane, mapped while this lives.
+class MappedPlane {
+public:
+    explicit MappedPlane(const _MULTIPLANE_t& plane)
+        : mSize(static_cast<std::size_t>(plane.size)),
+          mBytes(mmap(nullptr, mSize, PROT_READ | PROT_WRITE, MAP_SHARED, plane.handle, 0)) {}
+    ~MappedPlane() { munmap(mBytes, mSize); }
+    MappedPlane(const MappedPlane&) = delete;
+    MappedPlane& operator=(const MappedPlane&) = delete;
+
+    void write_to(int file, std::size_t count) const {
+        if (mBytes != MAP_FAILED) write_all(file, mBytes, std::min(count, mSize));
+    }
+
+private:
+    std::size_t mSize;
+    void* mBytes;
+};
+
+} // namespace
+
+void Formatter::dump_ocl(cl_mem buffer, int width, int height) {
+    const std::size_t bytes = std::size_t{4} * static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+    cl_int error = CL_SUCCESS;
+    // Stays mapped: a debugging aid that is used once or twice in a process.
+    const auto* values = static_cast<const float*>(
+        clEnqueueMapBuffer(mQueue, buffer, CL_TRUE, CL_MAP_READ, 0, bytes, 0, nullptr, nullptr, &error));
+    if (error != CL_SUCCESS)
+        std::cerr << "\tError " << error << " with clEnqueueMapBuffer"
+                  << "\n";
+
+    std::ofstream text(media_path("ocl.txt"));
+    for (int i = 0; values != nullptr && i < width * 3; ++i) {
+        text << values[i] << ", ";
+        if (i == 3839 || i == 7679) text << "##################" << std::endl; // fixed marks, whatever the width
+    }
+    text << "\n";
+    text.close();
+    std::cerr << "success-dump : ocl \n";
+}
+
+void Formatter::filewrite(_Image_ColorFormat format, int width, int height, const _MULTIPLANE_t* plane0,
+                          const _MULTIPLANE_t* plane1, const std::unique_ptr<std::string>& fileName) {
+    log_error("%s entry !", __func__);
+    const std::string path = media_path(*fileName);
+    const auto log_path = [&] {
+        if (log_enabled(kTraceBit)) log_debug("%s file name is %s", "filewrite", path.c_str());
+    };
+    log_path();
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    if (file >= 0) {
+        log_path();
+        const int samples = width * height;
+        const auto pixels = static_cast<std::size_t>(samples);
+        switch (static_cast<int>(format)) {
+        case -1:
+            write_all(file, reinterpret_cast<const void*>(static_cast<uintptr_t>(plane0->address)),
+                      static_cast<std::size_t>(plane0->size));
+            break;
+        case P010_LINEAR: {
+            const MappedPlane luma(*plane0);
+            const MappedPlane chroma(*plane1);
+            luma.write_to(file, 2 * pixels);
+            chroma.write_to(file, pixels);
+            break;
+        }
+        case NV12: {
+            const MappedPlane luma(*plane0);
+            const MappedPlane chroma(*plane1);
+            luma.write_to(file, pixels);
+            chroma.write_to(file, static_cast<std::size_t>(samples / 2));
+            break;
+        }
+        case RGBA:
+            MappedPlane(*plane0).write_to(file, 4 * pixels);
+            break;
+        default:
+            if (log_enabled(kErrorBit)) log_error("This never happens");
+        }
+        close(file);
+    }
+    if (log_enabled(kTraceBit)) log_debug("%s exit !", __func__);
+}
+
+} // namespace lumivert

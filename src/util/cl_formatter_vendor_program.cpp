@@ -1,0 +1,254 @@
+/// The GPU program: source build, binary cache on the data partition, kernel table.
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <regex>
+
+#include "kernels/program_text.h"
+#include "util/formatter.h"
+
+namespace lumivert {
+namespace {
+
+constexpr const char* kStem = "cl_formatter_vendor";
+constexpr const char* kBuildOptions = "-cl-fast-relaxed-math";
+constexpr const char* kCachePrefix = "mali_formatter_";
+
+std::string cache_file_name(const Formatter& formatter) {
+    return kCachePrefix + std::string(formatter.IsC2Base ? "c2_" : "omx_") + formatter.mAPSoftwareVersion + ".bin";
+}
+
+cl_int build(cl_program program) {
+    return clBuildProgram(program, 0, nullptr, kBuildOptions, nullptr, nullptr);
+}
+
+using BuildLog = char[2048];
+
+cl_int read_build_log(cl_program program, cl_device_id device, BuildLog& log) {
+    std::memset(log, 0, sizeof(log));
+    return clGetProgramBuildInfo(program, device, CL_PROGRAM_BUILD_LOG, sizeof(log), log, nullptr);
+}
+
+void log_build_status(cl_build_status status) {
+    static constexpr const char* kTexts[] = {
+        "CL_BUILD_IN_PROGRESS : the last call to clBuildProgram on the specified program object for device has not "
+        "finished. ",
+        "CL_BUILD_ERROR : the last call to clBuildProgram on the specified program object for device generated an "
+        "error ",
+        "CL_BUILD_NONE : no build has been performed on the specified program object for device",
+        "CL_BUILD_SUCCESS :the last call to clBuildProgram on the specified program object for device was successful. "
+        " ",
+    };
+    if (status >= CL_BUILD_IN_PROGRESS && status <= CL_BUILD_SUCCESS) {
+        log_info("%s", kTexts[status - CL_BUILD_IN_PROGRESS]);
+    }
+}
+
+} // namespace
+
+std::string Formatter::getAPSoftwareVersion(const std::string& fingerprint) {
+    static const std::regex kBuildNumber("([^\\/]+)(?=:user|:eng)");
+    std::smatch match;
+    return std::regex_search(fingerprint, match, kBuildNumber) ? match.str() : std::string();
+}
+
+int Formatter::compileprogram() {
+    const std::string fileName = cache_file_name(*this);
+    const std::string binaryPath = media_path(fileName);
+    log_info("CL_DEVICE_NAME is %s \n", getDeviceInfoProp(CL_DEVICE_NAME).c_str());
+    log_info("Full device version is %s \n", getDeviceInfoProp(CL_DEVICE_VERSION).c_str());
+
+    // A binary of another build or another kind of client is of no use: replace it.
+    std::string existed;
+    if (!getExistedFileName(existed)) {
+        log_info("Creating the new image");
+        tryRecompileIfRequired(binaryPath);
+    } else {
+        log_info("binaryFileNameExpected: %s binaryFileNameExisted = %s", fileName.c_str(), existed.c_str());
+        if (existed != fileName) {
+            log_info("Creating the new image after deleting the old image");
+            removeBuiltBinary(media_path(existed));
+            tryRecompileIfRequired(binaryPath);
+        }
+    }
+
+    // Also a binary that was written a moment ago is loaded from its file, so every start takes this one road.
+    log_info("It is running with final binaryPath is %s", binaryPath.c_str());
+    std::ifstream file(binaryPath, std::ios::binary);
+    if (!file.is_open()) {
+        log_info("data path open fail. It is trying to rebuild program");
+        removeBuiltBinary(binaryPath);
+        tryRecompileIfRequired(binaryPath);
+    } else {
+        log_info("data path open success");
+        file.seekg(0, std::ios::end);
+        const std::size_t size = static_cast<std::size_t>(file.tellg());
+        log_info("[%s] size is %zu", __func__, size);
+        file.seekg(0, std::ios::beg);
+        int binaryStatus = CL_SUCCESS;
+        const int error = fetchProgram(binaryStatus, binaryPath, size);
+        if (error != CL_SUCCESS) report_failure(__func__, error, 599);
+        if (binaryStatus != CL_SUCCESS || error != CL_SUCCESS) {
+            log_info("It trys to build the source in case of prebuilt binary is not compatible with current device");
+            if (!tryRecompileIfRequired(binaryPath)) return error;
+        }
+        file.close();
+    }
+
+    if (build(*mProgram) == CL_SUCCESS) return CL_SUCCESS;
+
+    BuildLog text;
+    checked(__func__, 619, [&] { return read_build_log(*mProgram, mDevice, text); });
+    log_error("clGetProgramBuildInfo : %s", text);
+    cl_build_status status = 1; // no such status: prints nothing if the query fails
+    cl_int error = CL_SUCCESS;
+    checked(__func__, 622, [&] {
+        return error =
+                   clGetProgramBuildInfo(*mProgram, mDevice, CL_PROGRAM_BUILD_STATUS, sizeof(status), &status, nullptr);
+    });
+    log_build_status(status);
+    checked(__func__, 628, [this] { return clReleaseProgram(*mProgram); });
+    return error; // not the build's result, on purpose: a program that failed shows when kernels are made
+}
+
+void Formatter::makeProgram() {
+    log_info("#### Formatter::makeProgram entry");
+    cl_int error = CL_SUCCESS;
+    *mProgram = clCreateProgramWithSource(mContext, kProgramPieceCount, const_cast<const char**>(kProgramPieces),
+                                          nullptr, &error);
+    if (error != CL_SUCCESS) report_failure(__func__, error, 504);
+    fatal_check(mProgram != nullptr, {kStem, 505}, "program.get() != nullptr");
+
+    error = build(*mProgram);
+    if (error == CL_SUCCESS) return;
+    BuildLog text; // read, not printed: the caller's own build of this program reports
+    read_build_log(*mProgram, mDevice, text);
+    fatal_check(error != CL_SUCCESS, {kStem, 511}, "error");
+}
+
+int Formatter::fetchProgram(int& binaryStatus, const std::string& path, std::size_t size) {
+    log_info("[%s] sz is %zu path is %s", __func__, size, path.c_str());
+    const std::unique_ptr<unsigned char[]> bytes(new unsigned char[size]);
+    std::ifstream temp(path, std::ios::binary);
+    temp.read(reinterpret_cast<char*>(bytes.get()), static_cast<std::streamsize>(size));
+    fatal_check(temp.good(), {kStem, 412}, "temp.good()");
+    temp.close();
+
+    const unsigned char* binary = bytes.get();
+    cl_int error = CL_SUCCESS;
+    *mProgram = clCreateProgramWithBinary(mContext, 1, &mDevice, &size, &binary, &binaryStatus, &error);
+    error |= clFinish(mQueue);
+    fatal_check(error == CL_SUCCESS, {kStem, 416}, "error == CL_SUCCESS", "error == 0");
+    return error;
+}
+
+bool Formatter::storeProgram(const std::string& path) {
+    log_info("[%s] entry", __func__);
+    const cl_program program = *mProgram;
+    cl_uint count = 0;
+    checked(__func__, 432,
+            [&] { return clGetProgramInfo(program, CL_PROGRAM_NUM_DEVICES, sizeof(count), &count, nullptr); });
+
+    std::vector<cl_device_id> devices(count);
+    if (clGetProgramInfo(program, CL_PROGRAM_DEVICES, count * sizeof(cl_device_id), devices.data(), nullptr) !=
+        CL_SUCCESS) {
+        return false;
+    }
+    std::vector<std::size_t> sizes(count);
+    if (!checked(__func__, 445, [&] {
+            return clGetProgramInfo(program, CL_PROGRAM_BINARY_SIZES, count * sizeof(std::size_t), sizes.data(),
+                                    nullptr);
+        })) {
+        return false;
+    }
+    std::vector<std::vector<unsigned char>> binaries;
+    std::vector<unsigned char*> pointers;
+    for (const std::size_t size : sizes) {
+        binaries.emplace_back(size);
+        pointers.push_back(binaries.back().data());
+    }
+    if (clGetProgramInfo(program, CL_PROGRAM_BINARIES, count * sizeof(unsigned char*), pointers.data(), nullptr) !=
+        CL_SUCCESS) {
+        return false;
+    }
+
+    const auto own = std::find(devices.begin(), devices.end(), mDevice);
+    if (own == devices.end()) return true; // nothing to write counts as written
+    const std::vector<unsigned char>& binary = binaries[static_cast<std::size_t>(own - devices.begin())];
+
+    log_info("path is %s ", path.c_str());
+    std::ofstream stream(path);
+    stream.write(reinterpret_cast<const char*>(binary.data()), static_cast<std::streamsize>(binary.size()));
+    fatal_check(stream.good(), {kStem, 482}, "stream.good()");
+    return true;
+}
+
+bool Formatter::getExistedFileName(std::string& fileName) {
+    DIR* directory = opendir(media_path("").c_str());
+    if (directory == nullptr) {
+        log_error("Can not open this folder");
+        return false;
+    }
+    std::vector<std::string> names;
+    while (const dirent* entry = readdir(directory))
+        names.emplace_back(entry->d_name);
+    closedir(directory);
+
+    // A name that is itself the beginning of the prefix counts too.
+    const auto found = std::find_if(names.begin(), names.end(), [](const std::string& name) {
+        return std::strncmp(name.c_str(), kCachePrefix, std::min(name.size(), std::strlen(kCachePrefix))) == 0;
+    });
+    if (found == names.end()) return false;
+    fileName = *found;
+    log_info("We found fileName is %s", fileName.c_str());
+    return true;
+}
+
+void Formatter::removeBuiltBinary(const std::string& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) return;
+    log_info("File exist in %s", path.c_str());
+    if (std::remove(path.c_str()) == 0) log_info("File was deleted successfully");
+}
+
+bool Formatter::tryRecompileIfRequired(const std::string& path) {
+    log_info("%s", __func__);
+    cl_uint references = 0;
+    clGetProgramInfo(*mProgram, CL_PROGRAM_REFERENCE_COUNT, sizeof(references), &references, nullptr);
+    if (references != 0) checked(__func__, 640, [this] { return clReleaseProgram(*mProgram); });
+    makeProgram();
+    if (storeProgram(path)) return true;
+    if (log_enabled(kErrorBit)) log_error("Fail to write program bin. It just fall back");
+    return false;
+}
+
+void Formatter::make_kernel(const std::string& name) {
+    cl_int error = CL_SUCCESS;
+    cl_kernel kernel = clCreateKernel(*mProgram, name.c_str(), &error);
+    if (error != CL_SUCCESS) {
+        log_error("[%s] error %d %s", __func__, 224, asString(error));
+        log_info("It is trying to rebuild program and kernel");
+        const std::string path = media_path(cache_file_name(*this));
+        removeBuiltBinary(path);
+        tryRecompileIfRequired(path);
+        kernel = clCreateKernel(*mProgram, name.c_str(), &error);
+        if (error != CL_SUCCESS) {
+            log_error("Creating kernel failed. It is better to crash here");
+            fatal_check(false, {kStem, 238}, "0");
+        }
+    }
+    mKernels->emplace(name, kernel);
+}
+
+cl_kernel Formatter::find_kernel(const std::string& name) const {
+    const auto found = mKernels->find(name);
+    if (found != mKernels->end()) return found->second;
+    log_error("It is not found among the compiled kernels! kernel_name is %s", name.c_str());
+    return nullptr;
+}
+
+} // namespace lumivert
