@@ -78,8 +78,8 @@ cl_mem Formatter::create_image_from_buffer(cl_context context, cl_mem buffer, un
     description.image_height = height;
     description.buffer = buffer;
     if (channelOrder == CL_RGBA) { // 4 bytes per pixel, with 16-bit channels too; other orders leave it to the driver
-        const std::size_t pitch = std::size_t{4} * width;
-        description.image_row_pitch = (pitch + pitchAlignment - 1) & ~(std::size_t{pitchAlignment} - 1);
+        const std::size_t columns = (std::size_t{width} + pitchAlignment - 1) & ~(std::size_t{pitchAlignment} - 1);
+        description.image_row_pitch = 4 * columns;
     }
 
     cl_int error = CL_SUCCESS;

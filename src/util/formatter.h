@@ -108,8 +108,8 @@ public:
     /// The object registered for the key's descriptor, imported and registered first where there is none. Owned by
     /// the registry; null (and nothing registered) when the import fails.
     cl_mem find_imported_buffer(std::shared_ptr<ImportedBuffers>& map, const std::shared_ptr<exported_memory>& key);
-    /// A 2D image over a buffer, 8 bits per channel or 16 with `dataTypeSelector` 2. `pitchAlignment` is a power of
-    /// two and counts for RGBA only. The image is the caller's; null on failure.
+    /// A 2D image over a buffer, 8 bits per channel or 16 with `dataTypeSelector` 2. `pitchAlignment` is in pixels, a
+    /// power of two, and counts for RGBA only. The image is the caller's; null on failure.
     cl_mem create_image_from_buffer(cl_context context, cl_mem buffer, unsigned int height, unsigned int width,
                                     unsigned long long flags, unsigned int channelOrder, unsigned int pitchAlignment,
                                     unsigned int dataTypeSelector);

@@ -1,0 +1,88 @@
+#include "support/host.h"
+
+#include <android-base/properties.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+
+namespace fs = std::filesystem;
+
+DataFolder::DataFolder() {
+    char path[] = "/tmp/lumivert-test-XXXXXX";
+    mRoot = mkdtemp(path);
+    fs::create_directories(mRoot + "/data/vendor/media");
+    fs::create_directories(mRoot + "/sdcard/DCIM/Camera");
+    setenv("ANDROID_DATA", (mRoot + "/data").c_str(), 1);
+    setenv("EXTERNAL_STORAGE", (mRoot + "/sdcard").c_str(), 1);
+}
+
+DataFolder::~DataFolder() {
+    fs::remove_all(mRoot);
+}
+
+std::string DataFolder::media(const std::string& name) const {
+    return mRoot + "/data/vendor/media/" + name;
+}
+std::string DataFolder::camera(const std::string& name) const {
+    return mRoot + "/sdcard/DCIM/Camera/" + name;
+}
+
+std::vector<std::string> DataFolder::media_files() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(media()))
+        names.push_back(entry.path().filename());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+void write_file(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::string read_file(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void set_property(const std::string& key, const std::string& value) {
+    android::base::SetProperty(key, value);
+}
+
+Plane::Plane(std::size_t bytes)
+    : mFd(memfd_create("plane", MFD_CLOEXEC)), mBytes(bytes), mMapped((bytes + 4095) / 4096 * 4096) {
+    if (ftruncate(mFd, static_cast<off_t>(mMapped)) != 0) std::abort();
+    mMapping = static_cast<uint8_t*>(mmap(nullptr, mMapped, PROT_READ | PROT_WRITE, MAP_SHARED, mFd, 0));
+}
+
+Plane::~Plane() {
+    munmap(mMapping, mMapped);
+    close(mFd);
+}
+
+namespace {
+
+std::size_t whole_blocks(uint32_t width, uint32_t height) {
+    return std::size_t{(width + 3) / 4 * 4} * ((height + 1) / 2 * 2);
+}
+
+std::size_t luma_bytes(_Image_ColorFormat format, uint32_t width, uint32_t height) {
+    return whole_blocks(width, height) * (format == RGBA ? 4 : format == P010_LINEAR ? 2 : 1);
+}
+
+} // namespace
+
+Frame::Frame(_Image_ColorFormat format_, uint32_t width, uint32_t height)
+    : format(format_), luma(luma_bytes(format_, width, height)), chroma(whole_blocks(width, height)) {}
+
+void fill_random(Frame& frame, uint32_t seed) {
+    std::mt19937 random(seed);
+    for (Plane* plane : {&frame.luma, &frame.chroma}) {
+        std::generate_n(plane->words(), plane->size() / 2, [&] { return static_cast<uint16_t>(random()); });
+    }
+}

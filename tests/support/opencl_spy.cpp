@@ -1,0 +1,220 @@
+#include "support/opencl_spy.h"
+
+#include <CL/cl_ext.h>
+#include <dlfcn.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <optional>
+
+namespace spy {
+namespace {
+
+struct Injection {
+    std::string name;
+    cl_int code;
+    int first;
+    int last;
+    int seen;
+};
+
+struct Spy {
+    std::mutex mutex;
+    std::vector<Call> calls;
+    std::vector<Injection> injections;
+    std::map<cl_kernel, std::string> kernel_names;
+};
+
+Spy& state() {
+    static auto* spy = new Spy; // outlives OpenCL's own teardown
+    return *spy;
+}
+
+std::optional<cl_int> enter(const char* name, const std::string& detail) {
+    Spy& spy = state();
+    const std::lock_guard lock(spy.mutex);
+    spy.calls.push_back({name, detail});
+    std::optional<cl_int> code;
+    for (Injection& injection : spy.injections) {
+        if (!injection.name.empty() && injection.name != name) continue;
+        ++injection.seen;
+        if (injection.seen >= injection.first && injection.seen <= injection.last) code = injection.code;
+    }
+    return code;
+}
+
+void* real(const char* name) {
+    void* function = dlsym(RTLD_NEXT, name);
+    if (function == nullptr) {
+        std::fprintf(stderr, "opencl_spy: no %s behind the spy\n", name);
+        std::abort();
+    }
+    return function;
+}
+
+template <typename... Parameters, typename... Arguments>
+cl_int status(const char* name, const std::string& detail, cl_int (*)(Parameters...), Arguments... arguments) {
+    if (const auto code = enter(name, detail)) return *code;
+    return reinterpret_cast<cl_int (*)(Parameters...)>(real(name))(arguments...);
+}
+
+template <typename Object, typename... Parameters, typename... Arguments>
+Object object(const char* name, const std::string& detail, Object (*)(Parameters...), cl_int* error,
+              Arguments... arguments) {
+    if (const auto code = enter(name, detail)) {
+        if (error != nullptr) *error = *code;
+        return nullptr;
+    }
+    return reinterpret_cast<Object (*)(Parameters...)>(real(name))(arguments..., error);
+}
+
+std::string text(std::size_t a) {
+    return std::to_string(a);
+}
+std::string text(std::size_t a, std::size_t b) {
+    return text(a) + " " + text(b);
+}
+
+} // namespace
+
+const std::vector<Call>& calls() {
+    return state().calls;
+}
+
+std::vector<std::string> calls_of(const std::vector<std::string>& names) {
+    std::vector<std::string> found;
+    for (const Call& call : calls()) {
+        for (const std::string& name : names) {
+            if (call.name == name) found.push_back(call.detail.empty() ? name : name + " " + call.detail);
+        }
+    }
+    return found;
+}
+
+int count(const std::string& name) {
+    return static_cast<int>(calls_of({name}).size());
+}
+
+void reset() {
+    state().calls.clear();
+    state().injections.clear();
+}
+
+void fail(const std::string& name, cl_int code, int first, int times) {
+    state().injections.push_back({name, code, first, first + times - 1, 0});
+}
+
+} // namespace spy
+
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+#define STATUS(name, detail, ...) return spy::status(#name, detail, &(name), __VA_ARGS__)
+#define OBJECT(name, detail, error, ...) return spy::object(#name, detail, &(name), error, __VA_ARGS__)
+
+extern "C" {
+
+cl_int clGetPlatformIDs(cl_uint n, cl_platform_id* p, cl_uint* count) {
+    STATUS(clGetPlatformIDs, "", n, p, count);
+}
+cl_int clGetDeviceIDs(cl_platform_id p, cl_device_type type, cl_uint n, cl_device_id* d, cl_uint* count) {
+    STATUS(clGetDeviceIDs, spy::text(type), p, type, n, d, count);
+}
+cl_int clGetDeviceInfo(cl_device_id d, cl_device_info info, size_t size, void* value, size_t* size_out) {
+    STATUS(clGetDeviceInfo, spy::text(info, size), d, info, size, value, size_out);
+}
+cl_context clCreateContext(const cl_context_properties* p, cl_uint n, const cl_device_id* d,
+                           void(CL_CALLBACK* notify)(const char*, const void*, size_t, void*), void* user, cl_int* e) {
+    OBJECT(clCreateContext, "", e, p, n, d, notify, user);
+}
+cl_command_queue clCreateCommandQueue(cl_context c, cl_device_id d, cl_command_queue_properties p, cl_int* e) {
+    OBJECT(clCreateCommandQueue, spy::text(p), e, c, d, p);
+}
+cl_program clCreateProgramWithSource(cl_context c, cl_uint n, const char** s, const size_t* lengths, cl_int* e) {
+    OBJECT(clCreateProgramWithSource, std::to_string(n) + (lengths == nullptr ? " terminated" : " measured"), e, c, n,
+           s, lengths);
+}
+cl_program clCreateProgramWithBinary(cl_context c, cl_uint n, const cl_device_id* d, const size_t* sizes,
+                                     const unsigned char** b, cl_int* binary_status, cl_int* e) {
+    OBJECT(clCreateProgramWithBinary, "", e, c, n, d, sizes, b, binary_status);
+}
+cl_int clBuildProgram(cl_program p, cl_uint n, const cl_device_id* d, const char* options,
+                      void(CL_CALLBACK* notify)(cl_program, void*), void* user) {
+    STATUS(clBuildProgram, options, p, n, d, options, notify, user);
+}
+cl_int clGetProgramInfo(cl_program p, cl_program_info info, size_t size, void* value, size_t* size_out) {
+    STATUS(clGetProgramInfo, spy::text(info), p, info, size, value, size_out);
+}
+cl_int clGetProgramBuildInfo(cl_program p, cl_device_id d, cl_program_build_info info, size_t size, void* value,
+                             size_t* size_out) {
+    STATUS(clGetProgramBuildInfo, spy::text(info), p, d, info, size, value, size_out);
+}
+cl_kernel clCreateKernel(cl_program p, const char* name, cl_int* e) {
+    const cl_kernel kernel = [&]() -> cl_kernel { OBJECT(clCreateKernel, name, e, p, name); }();
+    spy::state().kernel_names[kernel] = name;
+    return kernel;
+}
+cl_int clSetKernelArg(cl_kernel k, cl_uint index, size_t size, const void* value) {
+    STATUS(clSetKernelArg, spy::text(index, size), k, index, size, value);
+}
+cl_int clEnqueueNDRangeKernel(cl_command_queue q, cl_kernel k, cl_uint n, const size_t* offset, const size_t* global,
+                              const size_t* local, cl_uint waits, const cl_event* wait_list, cl_event* event) {
+    const bool plain = n == 2 && offset == nullptr && local == nullptr && waits == 0 && event == nullptr;
+    const std::string name = k == nullptr ? "null" : spy::state().kernel_names[k];
+    STATUS(clEnqueueNDRangeKernel,
+           name + " " + std::to_string(global[0]) + "x" + std::to_string(global[1]) + (plain ? "" : " not plain"), q, k,
+           n, offset, global, local, waits, wait_list, event);
+}
+cl_int clEnqueueWriteBuffer(cl_command_queue q, cl_mem m, cl_bool blocking, size_t offset, size_t size,
+                            const void* from, cl_uint waits, const cl_event* wait_list, cl_event* event) {
+    STATUS(clEnqueueWriteBuffer, (blocking != 0 ? "blocking " : "") + spy::text(offset, size), q, m, blocking, offset,
+           size, from, waits, wait_list, event);
+}
+void* clEnqueueMapBuffer(cl_command_queue q, cl_mem m, cl_bool blocking, cl_map_flags flags, size_t offset, size_t size,
+                         cl_uint waits, const cl_event* wait_list, cl_event* event, cl_int* e) {
+    OBJECT(clEnqueueMapBuffer, spy::text(offset, size), e, q, m, blocking, flags, offset, size, waits, wait_list,
+           event);
+}
+cl_int clFinish(cl_command_queue q) {
+    STATUS(clFinish, "", q);
+}
+cl_mem clCreateBuffer(cl_context c, cl_mem_flags flags, size_t size, void* host, cl_int* e) {
+    OBJECT(clCreateBuffer, spy::text(flags, size), e, c, flags, size, host);
+}
+cl_mem clCreateImage(cl_context c, cl_mem_flags flags, const cl_image_format* format, const cl_image_desc* d,
+                     void* host, cl_int* e) {
+    OBJECT(clCreateImage, spy::text(format->image_channel_data_type, d->image_row_pitch), e, c, flags, format, d, host);
+}
+cl_mem clImportMemoryARM(cl_context c, cl_mem_flags flags, const cl_import_properties_arm* p, void* memory, size_t size,
+                         cl_int* e) {
+    OBJECT(clImportMemoryARM, (p[1] == CL_IMPORT_TYPE_HOST_ARM ? "host " : "dma_buf ") + spy::text(size), e, c, flags,
+           p, memory, size);
+}
+cl_int clGetMemObjectInfo(cl_mem m, cl_mem_info info, size_t size, void* value, size_t* size_out) {
+    STATUS(clGetMemObjectInfo, spy::text(info, size), m, info, size, value, size_out);
+}
+cl_int clReleaseMemObject(cl_mem m) {
+    STATUS(clReleaseMemObject, "", m);
+}
+cl_int clReleaseKernel(cl_kernel k) {
+    STATUS(clReleaseKernel, "", k);
+}
+cl_int clReleaseProgram(cl_program p) {
+    STATUS(clReleaseProgram, "", p);
+}
+cl_int clReleaseSampler(cl_sampler s) {
+    STATUS(clReleaseSampler, "", s);
+}
+cl_int clReleaseCommandQueue(cl_command_queue q) {
+    STATUS(clReleaseCommandQueue, "", q);
+}
+cl_int clReleaseContext(cl_context c) {
+    STATUS(clReleaseContext, "", c);
+}
+cl_int clReleaseDevice(cl_device_id d) {
+    STATUS(clReleaseDevice, "", d);
+}
+
+} // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
