@@ -1,0 +1,354 @@
+#include "commands/commands.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <exception>
+#include <thread>
+
+#include "commands/options.h"
+#include "engine/converter.h"
+#include "error.h"
+#include "hdr10plus/record_track.h"
+#include "io/progress.h"
+#include "io/queue.h"
+#include "media/sink.h"
+#include "media/source.h"
+#include "report.h"
+
+namespace lumivert::tool {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Options {
+    std::string input, output, size, mode = "auto", metadata, format, writer, frames, entry = "pool", device;
+    std::string codec, preset;
+    double max_luminance = 0, max_cll = 0, rate = 25;
+    int interval = 0, quality = 16;
+    bool as_pq = false;
+};
+
+/// What is decided before the first frame.
+struct Plan {
+    Mode mode;
+    Entry entry;
+    const WriterInfo* writer;
+    _Image_ColorFormat format;
+    AVColorRange range;
+    FrameRange frames;
+    Luminances luminances;
+    RecordsByFrame list; ///< of --metadata FILE
+    Device device;
+};
+
+/// How the samples of an output are meant. The static tables give limited range. After a tone curve, luma is a
+/// full-range value plus 16 (NV12) or 64 (P010) and chroma spans the whole range, so full is the tag under which hue,
+/// saturation and contrast come out as computed, 16 codes too bright; limited would stretch everything by 16 % and
+/// clip the top eighth.
+AVColorRange range_of(Mode mode) {
+    return mode == Mode::static_table ? AVCOL_RANGE_MPEG : AVCOL_RANGE_JPEG;
+}
+
+Mode choose_mode(const Options& options, FrameSource& source) {
+    if (options.mode == "static") return Mode::static_table;
+    if (options.mode == "hdr10plus") return Mode::hdr10plus;
+    if (options.metadata == "none") return Mode::static_table;
+    return !options.metadata.empty() || source.has_records() ? Mode::hdr10plus : Mode::static_table;
+}
+
+_Image_ColorFormat choose_format(const Options& options, const Plan& plan) {
+    const auto& taken = plan.writer->formats;
+    const auto takes = [&](_Image_ColorFormat format) {
+        return std::find(taken.begin(), taken.end(), format) != taken.end();
+    };
+    const FormatInfo* asked = format_named(options.format);
+    if (asked != nullptr && !takes(asked->format))
+        throw Error(std::string("the writer for ") + plan.writer->name + " does not take --format " + asked->name);
+    if (plan.mode == Mode::static_table) {
+        if (asked != nullptr && asked->format != P010_LINEAR)
+            throw Error(std::string("--format ") + asked->name + ": mode static gives P010 only");
+        if (!takes(P010_LINEAR))
+            throw Error(std::string("mode static gives P010, which ") + plan.writer->name + " does not hold");
+        return P010_LINEAR;
+    }
+    const _Image_ColorFormat format = asked != nullptr ? asked->format : taken.front();
+    if (format == P010_LINEAR && plan.entry == Entry::retained)
+        throw Error("--entry retained has no P010 output in mode hdr10plus; take --entry pool");
+    return format;
+}
+
+Luminances choose_luminances(const Options& options, const StaticMetadata& clip) {
+    constexpr double highest = 10000; // of PQ, cd/m2; streams can carry more, which nothing can mean
+    return {options.max_luminance > 0 ? options.max_luminance : std::clamp(clip.mastering_peak, 0.0, highest),
+            options.max_cll > 0 ? options.max_cll : std::min<double>(clip.max_cll, highest)};
+}
+
+Plan make_plan(const Options& options, FrameSource& source) {
+    const ClipInfo& clip = source.info();
+    if (clip.width % 2 != 0 || clip.height % 2 != 0)
+        throw Error(options.input + ": " + std::to_string(clip.width) + "x" + std::to_string(clip.height) +
+                    ": odd sizes cannot be converted");
+    Plan plan;
+    plan.entry = options.entry == "pool" ? Entry::pool : Entry::retained;
+    plan.frames = parse_frames(options.frames);
+    plan.writer = &find_writer(options.writer, options.output);
+    if (options.output == "-" && !plan.writer->streams)
+        throw Error(std::string(plan.writer->name) + " cannot be written to standard output");
+    if (!options.metadata.empty() && options.metadata != "none") plan.list = read_metadata(options.metadata);
+    plan.mode = choose_mode(options, source);
+    plan.format = choose_format(options, plan);
+    plan.range = range_of(plan.mode);
+    plan.luminances = choose_luminances(options, clip.static_metadata);
+    if (options.interval > 0 && plan.entry == Entry::retained)
+        throw Error("--interval works with --entry pool; the retained entry converts every frame");
+    choose_device(options.device);
+    plan.device = used_device();
+    return plan;
+}
+
+/// A frame on its way, with the memory it lies in.
+struct Slot {
+    std::unique_ptr<Planes> in, out; ///< `out` is null where the result lies in `in`
+    SourceFrame frame;
+    std::optional<Record> record;
+    RecordOrigin origin = RecordOrigin::none;
+
+    const Planes& result() const { return out ? *out : *in; }
+};
+
+struct Tally {
+    int64_t seen = 0;                      ///< frames of the input, up to the last one read
+    bool to_the_end = false;               ///< whether that was the input's last
+    std::array<int64_t, 3> by_origin = {}; ///< converted frames by RecordOrigin
+    double converting_s = 0, total_s = 0;
+
+    int64_t converted() const { return by_origin[0] + by_origin[1] + by_origin[2]; }
+};
+
+/// Decoding, converting and encoding side by side: one thread each, slots going round between them.
+class Pipeline {
+public:
+    Pipeline(const Plan& plan, const Geometry& geometry, FrameSource& source, Converter& converter, int interval)
+        : plan_(plan), geometry_(geometry), source_(source), converter_(converter), interval_(interval) {
+        for (size_t i = 0; i < slot_count; ++i) {
+            auto slot = std::make_unique<Slot>();
+            slot->in = std::make_unique<Planes>(P010_LINEAR, geometry);
+            if (!converter.in_place()) slot->out = std::make_unique<Planes>(plan.format, geometry);
+            free_.push(std::move(slot));
+        }
+    }
+
+    Tally run(RecordTrack track, FrameSink& sink) {
+        const auto start = Clock::now();
+        std::thread reader([&] { guard([&] { read_all(track); }); });
+        std::thread writer([&] { guard([&] { write_all(sink); }); });
+        guard([&] { convert_all(); });
+        reader.join();
+        writer.join();
+        if (error_) std::rethrow_exception(error_);
+        tally_.total_s = std::chrono::duration<double>(Clock::now() - start).count();
+        return tally_;
+    }
+
+private:
+    using SlotPtr = std::unique_ptr<Slot>;
+    static constexpr size_t slot_count = 4; // one in each of the three hands, one waiting
+
+    /// Runs one side; whatever stops it stops the others too.
+    template <typename Side>
+    void guard(Side side) {
+        try {
+            side();
+        } catch (...) {
+            std::lock_guard lock(error_mutex_);
+            if (!error_) error_ = std::current_exception();
+            for (auto* queue : {&free_, &loaded_, &converted_})
+                queue->close();
+        }
+    }
+
+    void read_all(RecordTrack& track) {
+        SourceFrame frame;
+        while (tally_.seen <= plan_.frames.last) {
+            if (tally_.seen < plan_.frames.first) {
+                if (!source_.skip(geometry_, frame)) break;
+                track.advance(tally_.seen++, frame.record);
+                continue;
+            }
+            auto slot = free_.pop();
+            if (!slot) return;
+            Slot& s = **slot;
+            if (!source_.read(*s.in, geometry_, s.frame)) break;
+            replicate_edge(*s.in, geometry_);
+            s.origin = track.advance(tally_.seen++, s.frame.record);
+            s.record = track.current();
+            if (!loaded_.push(std::move(*slot))) return;
+        }
+        tally_.to_the_end = tally_.seen <= plan_.frames.last;
+        loaded_.close();
+    }
+
+    void convert_all() {
+        while (auto slot = loaded_.pop()) {
+            Slot& s = **slot;
+            const auto start = Clock::now();
+            const Record* record = s.record ? &*s.record : nullptr;
+            const bool converted = converter_.convert(*s.in, s.result(), record, plan_.luminances, interval_);
+            tally_.converting_s += std::chrono::duration<double>(Clock::now() - start).count();
+            if (converted) ++tally_.by_origin[static_cast<int>(s.origin)];
+            (converted ? converted_ : free_).push(std::move(*slot));
+        }
+        converted_.close();
+    }
+
+    void write_all(FrameSink& sink) {
+        const int64_t total = source_.info().frames;
+        Progress progress(total > 0 ? std::min(total, plan_.frames.last + 1) - plan_.frames.first : 0);
+        while (auto slot = converted_.pop()) {
+            const Slot& s = **slot;
+            const Planes& result = s.result();
+            sink.write({plan_.format,
+                        geometry_.width,
+                        geometry_.height,
+                        geometry_.pitch,
+                        {result.first.data(), result.second.data()},
+                        s.frame.number,
+                        s.frame.pts});
+            progress.update(s.frame.number + 1 - plan_.frames.first);
+            free_.push(std::move(*slot));
+        }
+    }
+
+    const Plan& plan_;
+    const Geometry geometry_;
+    FrameSource& source_;
+    Converter& converter_;
+    const int interval_;
+    Queue<SlotPtr> free_{slot_count}, loaded_{slot_count}, converted_{slot_count};
+    std::mutex error_mutex_;
+    std::exception_ptr error_;
+    Tally tally_; // each field has one writing side
+};
+
+std::string metadata_summary(const Plan& plan, const Tally& tally) {
+    const auto [own, previous, none] = tally.by_origin;
+    const std::string frames = counted(tally.converted(), "frame") + ": ";
+    if (plan.mode == Mode::static_table) {
+        const long peak = std::lround(plan.luminances.mastering_peak);
+        const char* table = peak > 1000 && peak <= 4000 ? "4000" : "1000";
+        return frames + "the table for masters up to " + table + " cd/m2 (mastering peak " +
+               (peak > 0 ? std::to_string(peak) + " cd/m2)" : "not known)");
+    }
+    if (own + previous == 0) return frames + "all used the default for clips without HDR10+";
+    std::string text = frames + std::to_string(own) + " with HDR10+";
+    if (previous > 0) text += ", " + std::to_string(previous) + " without one used the record before";
+    if (none > 0) text += ", " + std::to_string(none) + " before the first record used the default";
+    return text;
+}
+
+/// What the user may not expect of the result.
+void warn_about(const Options& options, const Plan& plan, const Tally& tally) {
+    const bool used_luminances = plan.mode == Mode::static_table || tally.by_origin[2] > 0;
+    if (used_luminances && plan.luminances.mastering_peak > 0 && plan.luminances.mastering_peak < 1)
+        warn("a mastering peak of " + std::to_string(plan.luminances.mastering_peak).substr(0, 5) +
+             " cd/m2 makes no sense; --max-luminance sets a better one");
+    if (plan.mode == Mode::hdr10plus && plan.list.empty() && options.metadata != "none" &&
+        tally.by_origin[0] + tally.by_origin[1] == 0)
+        warn("there is no HDR10+ metadata in " + options.input);
+    if (plan.list.empty()) return;
+    const auto unused = std::distance(plan.list.lower_bound(tally.seen), plan.list.end());
+    if (tally.to_the_end && unused > 0)
+        warn(options.metadata + ": " + counted(static_cast<long>(plan.list.size()), "record") + " for " +
+             counted(tally.seen, "frame") + ": " + std::to_string(unused) + " not used");
+    if (tally.by_origin[1] + tally.by_origin[2] > 0)
+        warn(options.metadata + ": no record for " + counted(tally.by_origin[1] + tally.by_origin[2], "frame"));
+}
+
+int run(const Options& options) {
+    const auto source = options.size.empty() ? open_clip(options.input, options.as_pq) : [&] {
+        const Size size = parse_size(options.size);
+        return open_raw(options.input, size.width, size.height, av_d2q(options.rate, 100100));
+    }();
+    const ClipInfo& clip = source->info();
+    const Plan plan = make_plan(options, *source);
+    const Geometry geometry(clip.width, clip.height);
+
+    Converter converter(geometry, plan.mode, plan.entry, plan.device);
+    OutputSpec spec;
+    spec.path = options.output;
+    spec.format = plan.format;
+    spec.range = plan.range;
+    spec.width = clip.width;
+    spec.height = clip.height;
+    spec.clip = clip;
+    if (options.interval > 1) spec.clip.frame_rate.den *= options.interval;
+    spec.codec = options.codec;
+    spec.preset = options.preset;
+    spec.quality = options.quality;
+    const auto sink = plan.writer->open(spec);
+
+    RecordTrack track = options.metadata == "none" ? RecordTrack::without_records()
+                        : plan.list.empty()        ? RecordTrack()
+                                                   : RecordTrack(plan.list);
+    const Tally tally = Pipeline(plan, geometry, *source, converter, options.interval).run(std::move(track), *sink);
+    if (tally.converted() == 0)
+        throw Error(options.input + ": has no frame " + std::to_string(plan.frames.first) + "; it ends after " +
+                    counted(tally.seen, "frame"));
+    sink->finish();
+
+    source->report();
+    warn_about(options, plan, tally);
+    tell(metadata_summary(plan, tally));
+    char line[200];
+    std::snprintf(line, sizeof line, "%.2f ms per frame on %s; %.1f frames/s in all, %.0f %% of the time converting",
+                  1000 * tally.converting_s / tally.converted(), plan.device.name.c_str(),
+                  tally.converted() / tally.total_s, 100 * tally.converting_s / tally.total_s);
+    tell(line);
+    return status_so_far();
+}
+
+} // namespace
+
+Command add_convert(CLI::App& app) {
+    auto options = std::make_shared<Options>();
+    Options& o = *options;
+    std::string kinds;
+    for (const WriterInfo& writer : writers())
+        kinds +=
+            "\n  ." + std::string(writer.name) + std::string(6 - std::string(writer.name).size(), ' ') + writer.about;
+    app.add_option("INPUT", o.input, "a clip, or raw P010 with --size; - is standard input")->required();
+    app.add_option("-o,--output", o.output, "the result; its extension chooses what is written")->required();
+    app.add_option("--size", o.size, "INPUT is raw P010 of this size, such as 1920x1080");
+    app.add_option("--rate", o.rate, "frames per second of raw P010")->check(CLI::Range(1.0, 1000.0));
+    app.add_option("--mode", o.mode, "auto takes hdr10plus where there is HDR10+ metadata, else static")
+        ->check(CLI::IsMember({"auto", "static", "hdr10plus"}));
+    app.add_option("--metadata", o.metadata, "HDR10+ records from this JSON file instead of the clip's, or none");
+    app.add_option("--max-luminance", o.max_luminance, "mastering peak in cd/m2, instead of the clip's")
+        ->check(CLI::Range(1.0, 10000.0));
+    app.add_option("--max-cll", o.max_cll, "maximum content light level in cd/m2, instead of the clip's")
+        ->check(CLI::Range(1.0, 10000.0));
+    app.add_option("--format", o.format, "what the converter writes: nv12, p010 or rgba")
+        ->check(CLI::IsMember({"nv12", "p010", "rgba"}));
+    app.add_option("--as", o.writer, "what is written, whatever the extension of OUTPUT");
+    app.add_option("--frames", o.frames, "only these, such as 10-19, counted from 0");
+    app.add_option("--interval", o.interval, "converts the first frame and then every Nth")
+        ->check(CLI::Range(1, 1000000));
+    app.add_option("--entry", o.entry, "pool imports planes for each frame, retained keeps them")
+        ->check(CLI::IsMember({"pool", "retained"}));
+    app.add_option("--device", o.device, "part of an OpenCL device's name or number; see 'lumivert devices'");
+    app.add_option("--codec", o.codec, "h264 or hevc")->check(CLI::IsMember({"h264", "hevc"}));
+    app.add_option("--preset", o.preset, "encoder preset, veryfast unless given");
+    app.add_option("--quality", o.quality, "constant rate factor of the encoder")->check(CLI::Range(0, 51));
+    app.add_flag("--as-pq", o.as_pq, "takes a clip that is not tagged PQ, or has 8 bits, all the same");
+    app.footer("What OUTPUT's extension can be:" + kinds +
+               "\n\nExamples:\n"
+               "  lumivert convert phone.mp4 -o phone-sdr.mp4\n"
+               "  lumivert convert movie.mkv --frames 100-100 -o frame.png\n"
+               "  ffmpeg -i clip.mp4 -f rawvideo -pix_fmt p010le - | \\\n"
+               "    lumivert convert - --size 1920x1080 --mode static -o sdr.p010");
+    return [options] { return run(*options); };
+}
+
+} // namespace lumivert::tool

@@ -1,0 +1,6 @@
+#include "commands/commands.h"
+namespace lumivert::tool {
+Command add_curve(CLI::App&) {
+    return [] { return 0; };
+}
+} // namespace lumivert::tool

@@ -1,0 +1,60 @@
+#include "commands/commands.h"
+
+#include <iostream>
+
+#include <nlohmann/json.hpp>
+
+#include "engine/opencl.h"
+#include "error.h"
+
+namespace lumivert::tool {
+namespace {
+
+struct Options {
+    std::string device;
+    bool json = false;
+};
+
+const char* import_of(const Device& device) {
+    return device.native_import ? "native" : "emulated";
+}
+
+int run(const Options& options) {
+    choose_device(options.device);
+    used_device(); // no device, or none that matches, is an error
+    const auto devices = list_devices();
+    if (options.json) {
+        nlohmann::ordered_json list = nlohmann::ordered_json::array();
+        for (const Device& device : devices)
+            list.push_back({{"number", device.number},
+                            {"platform", device.platform},
+                            {"name", device.name},
+                            {"type", device.type},
+                            {"version", device.version},
+                            {"driver", device.driver},
+                            {"buffer_import", import_of(device)},
+                            {"used", device.used}});
+        std::cout << nlohmann::ordered_json{{"devices", list}}.dump(2) << '\n';
+        return done;
+    }
+    for (const Device& device : devices)
+        std::cout << (device.used ? "* " : "  ") << device.number << "  " << device.name << '\n'
+                  << "       " << device.type << ", " << device.platform << ", " << device.version << ", driver "
+                  << device.driver << '\n'
+                  << "       buffer import " << import_of(device)
+                  << (device.native_import ? " (the driver's)" : " (the host platform maps the memory)") << '\n';
+    std::cout << "* is what convert and bench use; --device takes part of a number, platform or name.\n";
+    return done;
+}
+
+} // namespace
+
+Command add_devices(CLI::App& app) {
+    auto options = std::make_shared<Options>();
+    app.add_option("--device", options->device, "part of a device's number, platform or name");
+    app.add_flag("--json", options->json, "one JSON document");
+    app.footer("Example:\n  lumivert devices");
+    return [options] { return run(*options); };
+}
+
+} // namespace lumivert::tool

@@ -1,0 +1,41 @@
+#include "commands/options.h"
+
+#include <regex>
+
+#include "error.h"
+
+namespace lumivert::tool {
+namespace {
+
+constexpr int largest_side = 16384;
+
+} // namespace
+
+Size parse_size(const std::string& text) {
+    static const std::regex form("([0-9]{1,5})x([0-9]{1,5})");
+    std::smatch parts;
+    if (!std::regex_match(text, parts, form)) throw Error("--size " + text + ": a size is written as 1920x1080");
+    const Size size = {std::stoi(parts[1]), std::stoi(parts[2])};
+    for (int side : {size.width, size.height}) {
+        if (side == 0 || side % 2 != 0)
+            throw Error("--size " + text + ": 4:2:0 frames have even sizes above 0, not " + std::to_string(side));
+        if (side > largest_side) throw Error("--size " + text + ": sides are at most " + std::to_string(largest_side));
+    }
+    return size;
+}
+
+FrameRange parse_frames(const std::string& text) {
+    FrameRange range;
+    if (text.empty()) return range;
+    static const std::regex form("([0-9]{1,15})(-([0-9]{1,15})?)?");
+    std::smatch parts;
+    if (!std::regex_match(text, parts, form))
+        throw Error("--frames " + text + ": frames are written as 10-19, 10- or 10, counted from 0");
+    range.first = std::stoll(parts[1]);
+    if (!parts[2].matched) range.last = range.first;
+    if (parts[3].matched) range.last = std::stoll(parts[3]);
+    if (range.last < range.first) throw Error("--frames " + text + ": the last frame comes before the first");
+    return range;
+}
+
+} // namespace lumivert::tool

@@ -1,0 +1,53 @@
+#include "engine/converter.h"
+
+#include <chrono>
+
+#include <android-base/properties.h>
+
+#include "engine/library_log.h"
+#include "engine/program_cache.h"
+#include "error.h"
+#include "report.h"
+
+namespace lumivert::tool {
+
+Converter::Converter(const Geometry& geometry, Mode mode, Entry entry, const Device& device)
+    : mode_(mode), entry_(entry) {
+    const bool codec2 = entry == Entry::pool;
+    ProgramCache cache(device, codec2);
+    if (verbose) android::base::SetProperty("vendor.Lumivert.debug.level", "3");
+    const auto start = std::chrono::steady_clock::now();
+    const int result = CL_HDR2SDR_ARM_init(geometry.pitch, geometry.height,
+                                           mode == Mode::static_table ? HI_JACK : NORMAL, &instance_, codec2);
+    init_ms_ = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    if (result != 1) throw Error("the converter cannot start on " + device.name);
+    cache.seal();
+}
+
+Converter::~Converter() {
+    CL_HDR2SDR_ARM_deinit(instance_);
+}
+
+bool Converter::convert(const Planes& in, const Planes& out, const Record* record, const Luminances& luminances,
+                        int interval) {
+    const int errors = library_errors();
+    _HDR2SDR_config_params_t from = in.params(), to = out.params();
+    int32_t result = 0;
+    if (entry_ == Entry::pool) {
+        // Units of 0.0001 cd/m2. The second value is called a minimum, but from 1000 cd/m2 on it counts as a peak when
+        // the default record is chosen: the mastering peak is what that choice is about.
+        const auto peak = static_cast<uint32_t>(luminances.mastering_peak * 10000 + 0.5);
+        const uint32_t static_info[] = {peak, peak, static_cast<uint32_t>(luminances.max_cll * 10000 + 0.5)};
+        Record copy = record != nullptr ? *record : Record{};
+        result =
+            CL_HDR2SDR_ARM_convert1(&from, &to, record != nullptr ? &copy : nullptr, static_info, instance_, interval);
+    } else {
+        Record copy = record != nullptr ? *record : default_record(luminances.mastering_peak, luminances.max_cll);
+        result = CL_HDR2SDR_ARM_convert(&from, &to, &copy, static_cast<uint32_t>(luminances.mastering_peak + 0.5),
+                                        instance_);
+    }
+    if (library_errors() != errors || (result != 1 && interval == 0)) throw Error("the conversion failed");
+    return result == 1;
+}
+
+} // namespace lumivert::tool

@@ -1,0 +1,49 @@
+/// A converter instance, as a codec component uses it.
+#pragma once
+
+#include <cstdint>
+
+#include "engine/opencl.h"
+#include "frames/plane_pool.h"
+#include "hdr10plus/record.h"
+
+namespace lumivert::tool {
+
+enum class Mode { static_table, hdr10plus };
+
+/// Which entry point converts, and so how planes reach the GPU.
+enum class Entry {
+    pool,     ///< CL_HDR2SDR_ARM_convert1: planes are imported for each frame
+    retained, ///< CL_HDR2SDR_ARM_convert: planes are imported once; the static table works in place
+};
+
+struct Luminances {
+    double mastering_peak = 0; ///< cd/m2; 0: unknown
+    double max_cll = 0;
+};
+
+class Converter {
+public:
+    Converter(const Geometry& geometry, Mode mode, Entry entry, const Device& device);
+    ~Converter();
+    Converter(const Converter&) = delete;
+    Converter& operator=(const Converter&) = delete;
+
+    /// Whether results land in the input planes.
+    bool in_place() const { return mode_ == Mode::static_table && entry_ == Entry::retained; }
+
+    /// Converts `in` to `out` (to itself where in_place). Without a record the default for the luminances is used.
+    /// False for a frame that `interval` skips; throws when the library reports an error.
+    bool convert(const Planes& in, const Planes& out, const Record* record, const Luminances& luminances,
+                 int interval = 0);
+
+    double init_ms() const { return init_ms_; }
+
+private:
+    Mode mode_;
+    Entry entry_;
+    void* instance_ = nullptr;
+    double init_ms_ = 0;
+};
+
+} // namespace lumivert::tool

@@ -1,0 +1,51 @@
+#include "engine/library_log.h"
+
+#include <atomic>
+#include <cstring>
+#include <string>
+
+#include <android/log.h>
+
+#include "io/cleanup.h"
+#include "report.h"
+
+namespace lumivert::tool {
+namespace {
+
+std::atomic<int> errors = 0;
+
+/// Workstations have no /dev/ion, which the library mentions at init and deinit, and needs only on devices. That a
+/// frame has no metadata of its own is the summary's to tell.
+bool is_routine(const char* message) {
+    constexpr const char* routine[] = {"[Formatter] error 85", "line is 143", "There is no HDR10 dynamic metadata!"};
+    for (const char* part : routine)
+        if (std::strstr(message, part) != nullptr) return true;
+    return false;
+}
+
+void on_line(const __android_logger_data* data, const char* message) {
+    if (data->priority >= ANDROID_LOG_ERROR && !is_routine(message)) {
+        ++errors;
+        tell(message);
+    } else {
+        detail(message);
+    }
+}
+
+void on_abort(const char* message) {
+    give_up((std::string("the library gave up: ") + message).c_str());
+}
+
+} // namespace
+
+void take_over_library_log() {
+    __android_log_set_logger(on_line);
+    __android_log_set_aborter(on_abort);
+    __android_log_set_minimum_priority(verbose ? ANDROID_LOG_DEBUG : ANDROID_LOG_INFO);
+}
+
+int library_errors() {
+    return errors;
+}
+
+} // namespace lumivert::tool

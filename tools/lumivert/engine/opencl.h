@@ -1,0 +1,24 @@
+/// What OpenCL devices there are, and which one a converter would run on.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace lumivert::tool {
+
+struct Device {
+    std::string number; ///< "0:1", platform and device, as --device takes it
+    std::string platform, name, type, version, driver;
+    bool used;          ///< the one that a converter would take
+    bool native_import; ///< the driver imports buffers itself; else the host platform maps them
+};
+
+std::vector<Device> list_devices();
+
+/// The device that a converter would take; an error when there is none.
+Device used_device();
+
+/// Asks for a device: part of its number, platform or name. Empty: the default, a GPU before others.
+void choose_device(const std::string& wanted);
+
+} // namespace lumivert::tool

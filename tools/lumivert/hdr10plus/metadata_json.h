@@ -1,0 +1,23 @@
+/// HDR10+ metadata in the JSON form that the tools of the field exchange: one "SceneInfo" object per frame in
+/// presentation order, with the same integers as the stream.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "hdr10plus/record.h"
+
+namespace lumivert::tool {
+
+/// Records by frame number, from 0. Frames may be missing.
+using RecordsByFrame = std::map<int64_t, Record>;
+
+/// Reads leniently: unknown keys, other versions and missing indices are fine, values that do not fit a record are
+/// errors. `path` may be "-".
+RecordsByFrame read_metadata(const std::string& path);
+
+/// The document; `records` must not be empty.
+std::string write_metadata(const RecordsByFrame& records);
+
+} // namespace lumivert::tool

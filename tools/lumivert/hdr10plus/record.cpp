@@ -1,0 +1,143 @@
+#include "hdr10plus/record.h"
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <tuple>
+
+extern "C" {
+#include <libavutil/hdr_dynamic_metadata.h>
+#include <libavutil/mathematics.h>
+}
+
+namespace {
+
+template <typename T, size_t N>
+std::array<T, N> whole(const T (&values)[N]) {
+    std::array<T, N> copy;
+    std::copy(std::begin(values), std::end(values), copy.begin());
+    return copy;
+}
+
+/// All that a record says, as something that compares.
+auto key(const HDR10PLUS_DYNAMIC_INFO& r) {
+    return std::tuple(r.country_code, r.provider_code, r.provider_oriented_code, r.application_identifier,
+                      r.application_version, r.display_max_luminance, whole(r.maxscl), r.avg_maxrgb,
+                      r.num_maxrgb_percentiles, whole(r.maxrgb_percentages), whole(r.maxrgb_percentiles),
+                      r.tone_mapping_flag, r.knee_point_x, r.knee_point_y, r.num_bezier_curve_anchors,
+                      whole(r.bezier_curve_anchors));
+}
+
+} // namespace
+
+bool operator==(const HDR10PLUS_DYNAMIC_INFO& a, const HDR10PLUS_DYNAMIC_INFO& b) {
+    return key(a) == key(b);
+}
+bool operator<(const HDR10PLUS_DYNAMIC_INFO& a, const HDR10PLUS_DYNAMIC_INFO& b) {
+    return key(a) < key(b);
+}
+
+namespace lumivert::tool {
+namespace {
+
+/// The integer that the stream carries: FFmpeg gives it as a fraction of `scale`. Fields that the stream leaves out
+/// are 0/0.
+uint32_t coded(AVRational value, int scale) {
+    return value.den == 0 ? 0 : static_cast<uint32_t>(av_rescale(value.num, scale, value.den));
+}
+
+/// The parts of the default that depend on the peak: up to 1000 cd/m2, or brighter.
+struct DefaultSet {
+    uint32_t upper_points[5]; ///< 50 to 99 %
+    uint16_t knee_x, knee_y, anchors[9];
+};
+constexpr DefaultSet default_sets[2] = {
+    {{782, 1368, 7497, 8389, 10000}, 33, 132, {380, 620, 650, 770, 850, 900, 930, 980, 990}},
+    {{982, 2368, 18497, 24389, 40000}, 20, 320, {1023, 700, 850, 920, 950, 980, 1005, 1010, 1020}},
+};
+
+} // namespace
+
+Record make_record() {
+    Record record = {};
+    // ITU-T T.35: United States, Samsung Electronics America, ST 2094-40. FFmpeg reports a country code of 0.
+    record.country_code = 181;
+    record.provider_code = 60;
+    record.provider_oriented_code = 1;
+    record.application_identifier = 4;
+    return record;
+}
+
+Record from_side_data(const AVDynamicHDRPlus& side_data) {
+    const AVHDRPlusColorTransformParams& window = side_data.params[0];
+    Record record = make_record();
+    record.application_version = side_data.application_version;
+    record.display_max_luminance = coded(side_data.targeted_system_display_maximum_luminance, 1);
+    for (int i = 0; i < 3; ++i)
+        record.maxscl[i] = coded(window.maxscl[i], 100000);
+    record.avg_maxrgb = coded(window.average_maxrgb, 100000);
+    record.num_maxrgb_percentiles = std::min<int>(window.num_distribution_maxrgb_percentiles, max_points);
+    for (int i = 0; i < record.num_maxrgb_percentiles; ++i) {
+        record.maxrgb_percentages[i] = window.distribution_maxrgb[i].percentage;
+        record.maxrgb_percentiles[i] = coded(window.distribution_maxrgb[i].percentile, 100000);
+    }
+    record.tone_mapping_flag = window.tone_mapping_flag;
+    if (record.tone_mapping_flag == 0) return record;
+    record.knee_point_x = coded(window.knee_point_x, 4095);
+    record.knee_point_y = coded(window.knee_point_y, 4095);
+    record.num_bezier_curve_anchors = std::min<int>(window.num_bezier_curve_anchors, max_points);
+    for (int i = 0; i < record.num_bezier_curve_anchors; ++i)
+        record.bezier_curve_anchors[i] = coded(window.bezier_curve_anchors[i], 1023);
+    return record;
+}
+
+Record default_record(double mastering_peak, double max_cll) {
+    // A mastering peak below 1000 cd/m2 does not count: files carry wrong ones.
+    double peak = 1000;
+    if (mastering_peak >= 1000) peak = mastering_peak;
+    if (max_cll > 0) peak = mastering_peak >= 1000 ? std::min(mastering_peak, max_cll) : max_cll;
+    const DefaultSet& set = default_sets[static_cast<unsigned>(peak) > 1000 ? 1 : 0];
+
+    Record record = make_record();
+    record.display_max_luminance = 250;
+    std::fill(std::begin(record.maxscl), std::end(record.maxscl), 100000);
+    constexpr uint8_t percentages[] = {1, 5, 10, 25, 50, 75, 90, 95, 99};
+    constexpr uint32_t lower_points[] = {13, 0, 13, 322};
+    record.num_maxrgb_percentiles = std::size(percentages);
+    std::copy(std::begin(percentages), std::end(percentages), record.maxrgb_percentages);
+    std::copy(std::begin(lower_points), std::end(lower_points), record.maxrgb_percentiles);
+    std::copy(std::begin(set.upper_points), std::end(set.upper_points),
+              record.maxrgb_percentiles + std::size(lower_points));
+    record.tone_mapping_flag = 1;
+    record.knee_point_x = set.knee_x;
+    record.knee_point_y = set.knee_y;
+    record.num_bezier_curve_anchors = std::size(set.anchors);
+    std::copy(std::begin(set.anchors), std::end(set.anchors), record.bezier_curve_anchors);
+    return record;
+}
+
+std::vector<std::string> complaints(const Record& record) {
+    std::vector<std::string> lines;
+    const auto complain_if = [&](bool wrong, const std::string& line) {
+        if (wrong) lines.push_back(line);
+    };
+    const auto above = [](const auto* values, int count, uint32_t limit) {
+        return std::any_of(values, values + count, [limit](uint32_t value) { return value > limit; });
+    };
+    const int points = std::min<int>(record.num_maxrgb_percentiles, max_points);
+    complain_if(above(record.maxscl, 3, 100000), "a scene maximum above 10000 cd/m2");
+    complain_if(above(record.maxrgb_percentages, points, 100), "a distribution point above 100 %");
+    complain_if(above(record.maxrgb_percentiles, points, 100000), "a distribution value above 10000 cd/m2");
+    complain_if(points == 0 && !above(record.maxscl, 3, 0), "neither a scene maximum nor a distribution");
+    if (record.tone_mapping_flag != 0) {
+        const int anchors = std::min<int>(record.num_bezier_curve_anchors, max_points);
+        complain_if(anchors == 0, "a tone-mapping flag with no anchors");
+        complain_if(anchors == 1 || anchors == 2, "fewer than 3 anchors: the converter ignores them");
+        complain_if(record.knee_point_x > 4095 || record.knee_point_y > 4095, "a knee point above 4095");
+        complain_if(above(record.bezier_curve_anchors, anchors, 1023), "an anchor above 1023");
+        complain_if(record.display_max_luminance == 0, "a curve for a display of 0 cd/m2");
+    }
+    return lines;
+}
+
+} // namespace lumivert::tool

@@ -1,0 +1,46 @@
+/// Which record each frame of a conversion uses.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "hdr10plus/metadata_json.h"
+
+namespace lumivert::tool {
+
+/// Where a frame's record came from.
+enum class RecordOrigin {
+    own,      ///< the frame has one
+    previous, ///< it has none: the last frame's goes on
+    none,     ///< no frame up to here has one: the default for the static luminances
+};
+
+/// Follows the frames in order, from the first of the clip on.
+class RecordTrack {
+public:
+    /// Takes the records that the frames bring along.
+    RecordTrack() = default;
+    /// Takes these instead.
+    explicit RecordTrack(RecordsByFrame records) : list_(std::move(records)) {}
+    /// Takes none at all.
+    static RecordTrack without_records() { return RecordTrack(RecordsByFrame()); }
+
+    RecordOrigin advance(int64_t frame, const std::optional<Record>& of_the_clip) {
+        std::optional<Record> own = of_the_clip;
+        if (list_) {
+            const auto found = list_->find(frame);
+            own = found != list_->end() ? std::optional(found->second) : std::nullopt;
+        }
+        if (own) current_ = own;
+        return own ? RecordOrigin::own : current_ ? RecordOrigin::previous : RecordOrigin::none;
+    }
+
+    /// The record of the frame that `advance` was last called for.
+    const std::optional<Record>& current() const { return current_; }
+
+private:
+    std::optional<RecordsByFrame> list_;
+    std::optional<Record> current_;
+};
+
+} // namespace lumivert::tool

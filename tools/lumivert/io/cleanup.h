@@ -1,0 +1,19 @@
+/// What must not outlive the process: unfinished outputs and private folders, removed however the tool ends.
+#pragma once
+
+#include <string>
+
+namespace lumivert::tool {
+
+/// Ends the process with a line and status 2 on SIGINT, SIGTERM, SIGHUP and on an abort inside a library, after
+/// removing what is registered below. Writing to a closed pipe or past a size limit becomes an ordinary write error.
+/// To be called before any thread starts: all threads inherit the blocked signals.
+void watch_signals();
+
+void remove_at_exit(const std::string& path);
+void keep_at_exit(const std::string& path);
+
+/// Ends the process at once with `line` and status 2, from any thread.
+[[noreturn]] void give_up(const char* line);
+
+} // namespace lumivert::tool

@@ -1,0 +1,103 @@
+#include "io/output_file.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "error.h"
+#include "io/cleanup.h"
+
+namespace lumivert::tool {
+namespace {
+
+constexpr size_t buffer_size = size_t{1} << 20;
+
+} // namespace
+
+Error system_error(const std::string& path) {
+    return Error(path + ": " + std::strerror(errno));
+}
+
+PendingFile::PendingFile(const std::string& path) : final_(path), temporary_(path) {
+    struct stat found {};
+    if (stat(path.c_str(), &found) == 0 && S_ISDIR(found.st_mode)) throw Error(path + ": is a directory");
+    if (stat(path.c_str(), &found) == 0 && !S_ISREG(found.st_mode)) {
+        pending_ = false;
+        return;
+    }
+    const std::filesystem::path target(path);
+    temporary_ = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
+    const int fd = mkstemp(temporary_.data());
+    if (fd < 0) throw system_error(path);
+    // mkstemp makes private files; an output has the permissions that the user's umask leaves.
+    const mode_t mask = umask(0);
+    umask(mask);
+    fchmod(fd, 0666 & ~mask);
+    close(fd);
+    remove_at_exit(temporary_);
+}
+
+PendingFile::~PendingFile() {
+    if (!pending_) return;
+    unlink(temporary_.c_str());
+    keep_at_exit(temporary_);
+}
+
+void PendingFile::commit() {
+    if (!pending_) return;
+    if (std::rename(temporary_.c_str(), final_.c_str()) != 0) throw system_error(final_);
+    keep_at_exit(temporary_);
+    pending_ = false;
+}
+
+OutputStream::OutputStream(const std::string& path) : label_(path == "-" ? "standard output" : path) {
+    if (path == "-") {
+        fd_ = STDOUT_FILENO;
+    } else {
+        file_ = std::make_unique<PendingFile>(path);
+        fd_ = open(file_->name().c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+        if (fd_ < 0) throw system_error(path);
+    }
+    buffer_.reserve(buffer_size);
+}
+
+OutputStream::~OutputStream() {
+    if (file_ && fd_ >= 0) close(fd_);
+}
+
+void OutputStream::write(const void* data, size_t size) {
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    buffer_.insert(buffer_.end(), bytes, bytes + size);
+    if (buffer_.size() >= buffer_size) flush();
+}
+
+void OutputStream::flush() {
+    for (size_t written = 0; written < buffer_.size();) {
+        const ssize_t count = ::write(fd_, buffer_.data() + written, buffer_.size() - written);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) throw system_error(label_);
+        written += static_cast<size_t>(count);
+    }
+    buffer_.clear();
+}
+
+void OutputStream::commit() {
+    flush();
+    if (!file_) return;
+    const int fd = std::exchange(fd_, -1);
+    if (close(fd) != 0) throw system_error(label_); // some file systems tell of a full disk only here
+    file_->commit();
+}
+
+void write_document(const std::string& path, const std::string& text) {
+    OutputStream out(path);
+    out.write(text);
+    out.commit();
+}
+
+} // namespace lumivert::tool

@@ -1,0 +1,54 @@
+/// Outputs that appear under their name only when they are complete.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace lumivert::tool {
+
+/// A temporary name in the folder of `path`, for writers that open files by name. Removed unless committed. What
+/// exists already and is no regular file (a pipe, a device) is written to directly.
+class PendingFile {
+public:
+    explicit PendingFile(const std::string& path);
+    ~PendingFile();
+    PendingFile(const PendingFile&) = delete;
+    PendingFile& operator=(const PendingFile&) = delete;
+
+    const std::string& name() const { return temporary_; }
+    /// Gives the file its final name.
+    void commit();
+
+private:
+    std::string final_, temporary_;
+    bool pending_ = true;
+};
+
+/// A buffered byte stream into a PendingFile, or into standard output for "-". Every failure throws.
+class OutputStream {
+public:
+    explicit OutputStream(const std::string& path);
+    ~OutputStream();
+    OutputStream(const OutputStream&) = delete;
+    OutputStream& operator=(const OutputStream&) = delete;
+
+    void write(const void* data, size_t size);
+    void write(const std::string& text) { write(text.data(), text.size()); }
+    /// Writes what is buffered, closes, and gives the file its name.
+    void commit();
+
+private:
+    void flush();
+
+    std::string label_;
+    std::unique_ptr<PendingFile> file_;
+    int fd_;
+    std::vector<uint8_t> buffer_;
+};
+
+/// A whole document at once.
+void write_document(const std::string& path, const std::string& text);
+
+} // namespace lumivert::tool

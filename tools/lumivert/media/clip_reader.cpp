@@ -1,0 +1,163 @@
+#include "media/clip_reader.h"
+
+#include <algorithm>
+
+extern "C" {
+#include <libavutil/hdr_dynamic_metadata.h>
+#include <libavutil/mastering_display_metadata.h>
+#include <libavutil/pixdesc.h>
+}
+
+#include "error.h"
+
+namespace lumivert::tool {
+namespace {
+
+template <typename T>
+const T* side_data(const AVFrame& frame, AVFrameSideDataType type) {
+    const AVFrameSideData* found = av_frame_get_side_data(&frame, type);
+    return found != nullptr ? reinterpret_cast<const T*>(found->data) : nullptr;
+}
+
+StaticMetadata static_metadata_of(const AVFrame& frame) {
+    StaticMetadata result;
+    if (const auto* mastering = side_data<AVMasteringDisplayMetadata>(frame, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA);
+        mastering != nullptr && mastering->has_luminance) {
+        result.has_mastering = true;
+        result.mastering_peak = av_q2d(mastering->max_luminance);
+        result.mastering_black = av_q2d(mastering->min_luminance);
+    }
+    if (const auto* light = side_data<AVContentLightMetadata>(frame, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL)) {
+        result.has_content_light = true;
+        result.max_cll = light->MaxCLL;
+        result.max_fall = light->MaxFALL;
+    }
+    return result;
+}
+
+int64_t frame_count(const AVStream& stream, const AVFormatContext& demuxer) {
+    if (stream.nb_frames > 0) return stream.nb_frames;
+    if (demuxer.duration <= 0 || stream.avg_frame_rate.num == 0) return 0;
+    return av_rescale(demuxer.duration, stream.avg_frame_rate.num, int64_t{AV_TIME_BASE} * stream.avg_frame_rate.den);
+}
+
+} // namespace
+
+std::optional<Record> record_of(const AVFrame& frame) {
+    const auto* found = side_data<AVDynamicHDRPlus>(frame, AV_FRAME_DATA_DYNAMIC_HDR_PLUS);
+    if (found == nullptr) return std::nullopt;
+    return from_side_data(*found);
+}
+
+bool is_10_bit_yuv(const ClipInfo& info) {
+    const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(av_get_pix_fmt(info.pixel_format.c_str()));
+    return format != nullptr && info.depth >= 10 && format->nb_components == 3 &&
+           (format->flags & AV_PIX_FMT_FLAG_RGB) == 0;
+}
+
+ClipReader::ClipReader(const std::string& path) : path_(path == "-" ? "standard input" : path) {
+    AVFormatContext* opened = nullptr;
+    check(avformat_open_input(&opened, path == "-" ? "pipe:0" : ("file:" + path).c_str(), nullptr, nullptr), path_);
+    demuxer_.reset(opened);
+    check(avformat_find_stream_info(opened, nullptr), path_);
+    const AVCodec* codec = nullptr;
+    stream_ = av_find_best_stream(opened, AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
+    if (stream_ < 0) throw Error(path_ + ": there is no video in it");
+    decoder_.reset(avcodec_alloc_context3(codec));
+    const AVStream& stream = *demuxer_->streams[stream_];
+    check(avcodec_parameters_to_context(decoder_.get(), stream.codecpar), path_);
+    decoder_->thread_count = 0;
+    decoder_->pkt_timebase = stream.time_base;
+    check(avcodec_open2(decoder_.get(), codec, nullptr), path_);
+    FramePtr first = decode();
+    if (!first) throw Error(path_ + ": no frame in it can be decoded");
+    describe(*first);
+    ahead_.push_back(std::move(first));
+}
+
+void ClipReader::describe(const AVFrame& first) {
+    AVStream& stream = *demuxer_->streams[stream_];
+    const auto format = static_cast<AVPixelFormat>(first.format);
+    info_.container = demuxer_->iformat->name;
+    info_.codec = avcodec_get_name(decoder_->codec_id);
+    info_.pixel_format = av_get_pix_fmt_name(format);
+    info_.depth = av_pix_fmt_desc_get(format)->comp[0].depth;
+    info_.width = first.width;
+    info_.height = first.height;
+    info_.primaries = first.color_primaries;
+    info_.transfer = first.color_trc;
+    info_.matrix = first.colorspace;
+    info_.range = first.color_range;
+    info_.frame_rate = av_guess_frame_rate(demuxer_.get(), &stream, nullptr);
+    if (info_.frame_rate.num == 0) info_.frame_rate = {25, 1};
+    info_.time_base = stream.time_base;
+    info_.sample_aspect_ratio = av_guess_sample_aspect_ratio(demuxer_.get(), &stream, nullptr);
+    info_.frames = frame_count(stream, *demuxer_);
+    if (const uint8_t* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr))
+        info_.display_matrix.assign(reinterpret_cast<const int32_t*>(matrix),
+                                    reinterpret_cast<const int32_t*>(matrix) + 9);
+    info_.static_metadata = static_metadata_of(first);
+}
+
+FramePtr ClipReader::decode() {
+    FramePtr frame(av_frame_alloc());
+    const PacketPtr packet(av_packet_alloc());
+    while (true) {
+        const int result = avcodec_receive_frame(decoder_.get(), frame.get());
+        if (result == 0) {
+            if ((frame->flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame->decode_error_flags != 0) ++damaged_;
+            return frame;
+        }
+        if (result == AVERROR_EOF) return nullptr;
+        if (result != AVERROR(EAGAIN)) check(result, path_);
+        const int read = draining_ ? AVERROR_EOF : av_read_frame(demuxer_.get(), packet.get());
+        if (read < 0) {
+            // What was read so far is decoded to its end; FFmpeg has logged why a cut-off file ends here.
+            draining_ = true;
+            avcodec_send_packet(decoder_.get(), nullptr);
+            continue;
+        }
+        if (packet->stream_index == stream_) {
+            const int sent = avcodec_send_packet(decoder_.get(), packet.get());
+            if (sent < 0 && sent != AVERROR_INVALIDDATA) check(sent, path_); // a damaged packet costs its frame only
+        }
+        av_packet_unref(packet.get());
+    }
+}
+
+bool ClipReader::has_records_within(int count) {
+    const auto has_record = [](const FramePtr& frame) { return record_of(*frame).has_value(); };
+    while (static_cast<int>(ahead_.size()) < count && std::none_of(ahead_.begin(), ahead_.end(), has_record)) {
+        FramePtr frame = decode();
+        if (!frame) break;
+        ahead_.push_back(std::move(frame));
+    }
+    return std::any_of(ahead_.begin(), ahead_.end(), has_record);
+}
+
+bool ClipReader::next(ClipFrame& out) {
+    if (!ahead_.empty()) {
+        out.frame = std::move(ahead_.front());
+        ahead_.pop_front();
+    } else {
+        out.frame = decode();
+    }
+    if (!out.frame) return false;
+    const AVFrame& frame = *out.frame;
+    if (frame.width != info_.width || frame.height != info_.height)
+        throw Error(path_ + ": frame " + std::to_string(number_) + ": the size changes from " +
+                    std::to_string(info_.width) + "x" + std::to_string(info_.height) + " to " +
+                    std::to_string(frame.width) + "x" + std::to_string(frame.height) +
+                    "; split the clip there and convert the parts");
+    out.number = number_++;
+    out.record = record_of(frame);
+    // Raw streams carry no times: their frames follow each other at the frame rate.
+    const int64_t step = std::max<int64_t>(1, av_rescale_q(1, av_inv_q(info_.frame_rate), info_.time_base));
+    out.pts = frame.best_effort_timestamp;
+    if (out.pts == AV_NOPTS_VALUE || (last_pts_ != AV_NOPTS_VALUE && out.pts <= last_pts_))
+        out.pts = last_pts_ == AV_NOPTS_VALUE ? 0 : last_pts_ + step;
+    last_pts_ = out.pts;
+    return true;
+}
+
+} // namespace lumivert::tool

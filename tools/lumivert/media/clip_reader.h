@@ -1,0 +1,79 @@
+/// Decodes any clip that FFmpeg's libraries read, frame by frame in presentation order, with its metadata.
+#pragma once
+
+#include <deque>
+#include <optional>
+#include <string>
+
+#include "hdr10plus/record.h"
+#include "media/ffmpeg.h"
+
+namespace lumivert::tool {
+
+/// Static metadata in cd/m2; 0 where the clip has none (or says 0, which means the same).
+struct StaticMetadata {
+    double mastering_peak = 0, mastering_black = 0;
+    unsigned max_cll = 0, max_fall = 0;
+    bool has_mastering = false, has_content_light = false;
+};
+
+/// What is known about a clip from its header and its first frame.
+struct ClipInfo {
+    std::string container, codec, pixel_format;
+    int width = 0, height = 0, depth = 0;
+    AVColorPrimaries primaries = AVCOL_PRI_UNSPECIFIED;
+    AVColorTransferCharacteristic transfer = AVCOL_TRC_UNSPECIFIED;
+    AVColorSpace matrix = AVCOL_SPC_UNSPECIFIED;
+    AVColorRange range = AVCOL_RANGE_UNSPECIFIED;
+    AVRational frame_rate = {0, 1};
+    AVRational time_base = {0, 1};
+    AVRational sample_aspect_ratio = {0, 1};
+    int64_t frames = 0;                  ///< as the container tells or its duration suggests; 0: unknown
+    std::vector<int32_t> display_matrix; ///< rotation, as players are to apply it; empty: none
+    StaticMetadata static_metadata;
+};
+
+struct ClipFrame {
+    FramePtr frame;
+    int64_t number;
+    int64_t pts; ///< in the clip's time base
+    std::optional<Record> record;
+};
+
+class ClipReader {
+public:
+    /// `path` may be "-". Decodes the first frame.
+    explicit ClipReader(const std::string& path);
+
+    const ClipInfo& info() const { return info_; }
+    const std::string& path() const { return path_; }
+
+    /// The next frame; false at the end. A frame of another size than the first one's is an error.
+    bool next(ClipFrame& out);
+
+    /// Looks ahead for HDR10+ in the next `count` frames, which stay to be read.
+    bool has_records_within(int count);
+
+    /// Frames that came out of the decoder marked as damaged.
+    int64_t damaged() const { return damaged_; }
+
+private:
+    FramePtr decode();
+    void describe(const AVFrame& first);
+
+    std::string path_;
+    DemuxerPtr demuxer_;
+    CodecPtr decoder_;
+    int stream_ = -1;
+    bool draining_ = false;
+    std::deque<FramePtr> ahead_;
+    ClipInfo info_;
+    int64_t number_ = 0, last_pts_ = AV_NOPTS_VALUE, damaged_ = 0;
+};
+
+std::optional<Record> record_of(const AVFrame& frame);
+
+/// Whether the pixel format can hold what the converter takes: 10 bits of 4:2:0 or more, no alpha or RGB.
+bool is_10_bit_yuv(const ClipInfo& info);
+
+} // namespace lumivert::tool

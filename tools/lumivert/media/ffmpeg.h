@@ -1,0 +1,43 @@
+/// What every user of FFmpeg's libraries here shares: ownership, errors, log lines.
+#pragma once
+
+#include <memory>
+#include <string>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libswscale/swscale.h>
+}
+
+namespace lumivert::tool {
+
+/// Deletes through FFmpeg's functions that take the pointer's address.
+template <auto Free>
+struct FreeByAddress {
+    template <typename T>
+    void operator()(T* object) const {
+        Free(&object);
+    }
+};
+
+struct FreeScaler {
+    void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
+};
+
+using FramePtr = std::unique_ptr<AVFrame, FreeByAddress<av_frame_free>>;
+using PacketPtr = std::unique_ptr<AVPacket, FreeByAddress<av_packet_free>>;
+using CodecPtr = std::unique_ptr<AVCodecContext, FreeByAddress<avcodec_free_context>>;
+using DemuxerPtr = std::unique_ptr<AVFormatContext, FreeByAddress<avformat_close_input>>;
+using ScalerPtr = std::unique_ptr<SwsContext, FreeScaler>;
+
+/// Collects FFmpeg's error lines instead of printing them (--verbose prints all).
+void collect_ffmpeg_log();
+
+/// Warns once about the errors collected so far that nobody has thrown: damaged or missing data.
+void warn_of_ffmpeg_errors(const std::string& path);
+
+/// Throws "PATH: reason (what FFmpeg logged)" for a negative result; else gives it back.
+int check(int result, const std::string& path);
+
+} // namespace lumivert::tool

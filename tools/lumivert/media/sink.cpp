@@ -1,0 +1,39 @@
+#include "media/sink.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "error.h"
+
+namespace lumivert::tool {
+
+const std::vector<WriterInfo>& writers() {
+    static const std::vector<WriterInfo> table = {
+        {"mp4", {RGBA, NV12, P010_LINEAR}, false, open_mp4, "H.264 (8-bit) or HEVC (10-bit) video"},
+        {"mkv", {RGBA, NV12, P010_LINEAR}, true, open_mkv, "the same in Matroska"},
+        {"png", {RGBA, NV12, P010_LINEAR}, false, open_png_sequence, "one picture per frame: NAME-%04d.png"},
+        {"nv12", {NV12}, true, open_packed, "raw frames, one after the other"},
+        {"p010", {P010_LINEAR}, true, open_packed, "raw frames"},
+        {"rgba", {RGBA}, true, open_packed, "raw frames"},
+        {"yuv", {NV12, P010_LINEAR}, true, open_packed, "raw frames"},
+        {"y4m", {NV12, P010_LINEAR}, true, open_y4m, "YUV4MPEG2, 8 or 10 bits"},
+    };
+    return table;
+}
+
+const WriterInfo& find_writer(const std::string& name, const std::string& path) {
+    std::string wanted = name;
+    if (wanted.empty()) {
+        wanted = std::filesystem::path(path).extension().string();
+        if (!wanted.empty()) wanted.erase(0, 1);
+    }
+    std::string known;
+    for (const WriterInfo& writer : writers()) {
+        if (writer.name == wanted) return writer;
+        known += (known.empty() ? "" : ", ") + std::string(writer.name);
+    }
+    if (path == "-") throw Error("standard output needs --as, one of " + known);
+    throw Error(path + ": no writer for this name; the extension, or --as, is one of " + known);
+}
+
+} // namespace lumivert::tool

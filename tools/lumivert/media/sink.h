@@ -1,0 +1,51 @@
+/// Where converted frames go, chosen by the output's extension.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "frames/picture.h"
+#include "media/clip_reader.h"
+
+namespace lumivert::tool {
+
+/// What a writer needs to know before the first frame.
+struct OutputSpec {
+    std::string path; ///< "-" for standard output
+    _Image_ColorFormat format;
+    AVColorRange range; ///< of P010 and NV12 samples
+    int width, height;
+    ClipInfo clip;             ///< times, aspect and rotation are handed on
+    std::string codec, preset; ///< video files: empty for the default
+    int quality = 16;          ///< video files: constant rate factor
+};
+
+class FrameSink {
+public:
+    virtual ~FrameSink() = default;
+    virtual void write(const Picture& picture) = 0;
+    /// Completes the output and gives it its name. Without this nothing of it stays.
+    virtual void finish() = 0;
+};
+
+struct WriterInfo {
+    const char* name;                        ///< also the extension
+    std::vector<_Image_ColorFormat> formats; ///< that it takes, the preferred one first
+    bool streams;                            ///< can write to a pipe
+    std::unique_ptr<FrameSink> (*open)(const OutputSpec& spec);
+    const char* about;
+};
+
+const std::vector<WriterInfo>& writers();
+
+/// The writer of that name; or, for an empty one, that of the path's extension. An error when there is none.
+const WriterInfo& find_writer(const std::string& name, const std::string& path);
+
+std::unique_ptr<FrameSink> open_packed(const OutputSpec& spec);
+std::unique_ptr<FrameSink> open_y4m(const OutputSpec& spec);
+std::unique_ptr<FrameSink> open_png_sequence(const OutputSpec& spec);
+std::unique_ptr<FrameSink> open_mp4(const OutputSpec& spec);
+std::unique_ptr<FrameSink> open_mkv(const OutputSpec& spec);
+
+} // namespace lumivert::tool
