@@ -1,0 +1,104 @@
+// Which OpenCL device a workstation converts with.
+//
+// The library takes the first device of the first platform. On a workstation that is a GPU where the first platform has
+// one, and any device of it otherwise. The environment variable LUMIVERT_OPENCL_DEVICE chooses another one by any part
+// of its label, whatever the case: "1:0", "pthread", "geforce". A label reads "PLATFORM:DEVICE PLATFORM NAME / DEVICE
+// NAME" with two indices from 0, in the loader's order; the first one that contains the text wins, and where none does
+// there is no device.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "driver.h"
+
+namespace lumivert::platform {
+namespace {
+
+struct Device {
+    cl_platform_id platform;
+    cl_device_id id;
+    std::string label;
+};
+
+std::vector<cl_platform_id> platforms() {
+    cl_uint count = 0;
+    DRIVER(clGetPlatformIDs)(0, nullptr, &count);
+    std::vector<cl_platform_id> found(count);
+    if (count) DRIVER(clGetPlatformIDs)(count, found.data(), nullptr);
+    return found;
+}
+
+std::vector<Device> devices() {
+    std::vector<Device> found;
+    size_t platform_index = 0;
+    for (cl_platform_id platform : platforms()) {
+        char platform_name[128] = "";
+        DRIVER(clGetPlatformInfo)(platform, CL_PLATFORM_NAME, sizeof(platform_name), platform_name, nullptr);
+        cl_uint count = 0;
+        DRIVER(clGetDeviceIDs)(platform, CL_DEVICE_TYPE_ALL, 0, nullptr, &count);
+        std::vector<cl_device_id> ids(count);
+        if (count) DRIVER(clGetDeviceIDs)(platform, CL_DEVICE_TYPE_ALL, count, ids.data(), nullptr);
+        for (size_t i = 0; i < ids.size(); ++i) {
+            char name[128] = "";
+            DRIVER(clGetDeviceInfo)(ids[i], CL_DEVICE_NAME, sizeof(name), name, nullptr);
+            found.push_back(
+                {platform, ids[i],
+                 std::to_string(platform_index) + ':' + std::to_string(i) + ' ' + platform_name + " / " + name});
+        }
+        ++platform_index;
+    }
+    return found;
+}
+
+/// What the user asked for; null when nothing was asked.
+const char* wanted() {
+    const char* text = std::getenv("LUMIVERT_OPENCL_DEVICE");
+    return text && *text ? text : nullptr;
+}
+
+std::optional<Device> find(const char* part_of_label) {
+    for (const Device& device : devices())
+        if (strcasestr(device.label.c_str(), part_of_label)) return device;
+    return std::nullopt;
+}
+
+/// Answers a query for handles, of the form that clGetPlatformIDs and clGetDeviceIDs share.
+template <class Id>
+cl_int answer(const std::vector<Id>& found, cl_uint room, Id* ids, cl_uint* count) {
+    if ((ids && room == 0) || (!ids && !count)) return CL_INVALID_VALUE;
+    if (ids) std::copy_n(found.begin(), std::min<size_t>(room, found.size()), ids);
+    if (count) *count = static_cast<cl_uint>(found.size());
+    return CL_SUCCESS;
+}
+
+} // namespace
+} // namespace lumivert::platform
+
+using namespace lumivert::platform;
+
+/// The loader's platforms, the one of the chosen device first.
+cl_int clGetPlatformIDs(cl_uint num_entries, cl_platform_id* ids, cl_uint* num_platforms) {
+    const std::optional<Device> chosen = wanted() ? find(wanted()) : std::nullopt;
+    if (!chosen) return DRIVER(clGetPlatformIDs)(num_entries, ids, num_platforms);
+    std::vector<cl_platform_id> ordered = platforms();
+    std::stable_partition(ordered.begin(), ordered.end(), [&](cl_platform_id p) { return p == chosen->platform; });
+    return answer(ordered, num_entries, ids, num_platforms);
+}
+
+/// The chosen device where there is a choice, whatever type is asked for. Else what the platform has, and whatever
+/// device it has for a GPU that it lacks.
+cl_int clGetDeviceIDs(cl_platform_id platform, cl_device_type type, cl_uint num_entries, cl_device_id* ids,
+                      cl_uint* num_devices) {
+    if (!platform) return CL_INVALID_PLATFORM;
+    if (const char* part_of_label = wanted()) {
+        const std::optional<Device> chosen = find(part_of_label);
+        if (!chosen || chosen->platform != platform) return CL_DEVICE_NOT_FOUND;
+        return answer<cl_device_id>({chosen->id}, num_entries, ids, num_devices);
+    }
+    const cl_int status = DRIVER(clGetDeviceIDs)(platform, type, num_entries, ids, num_devices);
+    if (status != CL_DEVICE_NOT_FOUND || type != CL_DEVICE_TYPE_GPU) return status;
+    return DRIVER(clGetDeviceIDs)(platform, CL_DEVICE_TYPE_ALL, num_entries, ids, num_devices);
+}
