@@ -153,36 +153,36 @@ bool Formatter::storeProgram(const std::string& path) {
     checked(__func__, 432,
             [&] { return clGetProgramInfo(program, CL_PROGRAM_NUM_DEVICES, sizeof(count), &count, nullptr); });
 
-    std::vector<cl_device_id> devices(count);
-    if (clGetProgramInfo(program, CL_PROGRAM_DEVICES, count * sizeof(cl_device_id), devices.data(), nullptr) !=
+    // Arrays rather than vectors: never null, so a query for nothing is refused instead of answered.
+    const auto devices = std::make_unique<cl_device_id[]>(count);
+    if (clGetProgramInfo(program, CL_PROGRAM_DEVICES, count * sizeof(cl_device_id), devices.get(), nullptr) !=
         CL_SUCCESS) {
         return false;
     }
-    std::vector<std::size_t> sizes(count);
+    const auto sizes = std::make_unique<std::size_t[]>(count);
     if (!checked(__func__, 445, [&] {
-            return clGetProgramInfo(program, CL_PROGRAM_BINARY_SIZES, count * sizeof(std::size_t), sizes.data(),
+            return clGetProgramInfo(program, CL_PROGRAM_BINARY_SIZES, count * sizeof(std::size_t), sizes.get(),
                                     nullptr);
         })) {
         return false;
     }
-    std::vector<std::vector<unsigned char>> binaries;
+    std::vector<std::unique_ptr<unsigned char[]>> binaries;
     std::vector<unsigned char*> pointers;
-    for (const std::size_t size : sizes) {
-        binaries.emplace_back(size);
-        pointers.push_back(binaries.back().data());
+    for (cl_uint i = 0; i < count; ++i) {
+        binaries.push_back(std::make_unique<unsigned char[]>(sizes[i]));
+        pointers.push_back(binaries.back().get());
     }
     if (clGetProgramInfo(program, CL_PROGRAM_BINARIES, count * sizeof(unsigned char*), pointers.data(), nullptr) !=
         CL_SUCCESS) {
         return false;
     }
 
-    const auto own = std::find(devices.begin(), devices.end(), mDevice);
-    if (own == devices.end()) return true; // nothing to write counts as written
-    const std::vector<unsigned char>& binary = binaries[static_cast<std::size_t>(own - devices.begin())];
+    const std::ptrdiff_t own = std::find(devices.get(), devices.get() + count, mDevice) - devices.get();
+    if (own == count) return true; // nothing to write counts as written
 
     log_info("path is %s ", path.c_str());
     std::ofstream stream(path);
-    stream.write(reinterpret_cast<const char*>(binary.data()), static_cast<std::streamsize>(binary.size()));
+    stream.write(reinterpret_cast<const char*>(pointers[own]), static_cast<std::streamsize>(sizes[own]));
     fatal_check(stream.good(), {kStem, 482}, "stream.good()");
     return true;
 }

@@ -148,7 +148,7 @@ TEST_F(DumpOcl, WritesThreeValuesPerColumnWithTwoFixedMarks) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "\tError -12 with clEnqueueMapBuffer\nsuccess-dump : ocl \n");
 }
 
-TEST(FatalCheck, NamesStemLineAndConditionAndPassesTheTag) {
+TEST(FatalCheckDeathTest, NamesStemLineAndConditionAndPassesTheTag) {
     fatal_check(true, {"stem", 1}, "never printed");
     EXPECT_DEATH(fatal_check(false, {"cl_formatter_vendor", 238}, "0"),
                  R"(ASSERT \[!\(0\)\] tag Lumivert: cl_formatter_vendor:238 CHECK\(0\) failed\.)");

@@ -20,6 +20,8 @@ protected:
     Frame out{P010_LINEAR, 8, 4};
 };
 
+using EntryDeathTest = EntryTest; // first, while the process has no driver threads
+
 TEST_F(EntryTest, InitMakesTheKernelsOfItsMode) {
     const struct {
         _ALGO_t mode;
@@ -260,7 +262,7 @@ TEST_F(EntryTest, CollectsTimesFromLevelTwoOn) {
     EXPECT_EQ(log.count("I framecount is 2"), 1);
 }
 
-TEST_F(EntryTest, PlanesWithoutDescriptorOrSizeEndTheProcess) {
+TEST_F(EntryDeathTest, PlanesWithoutDescriptorOrSizeEndTheProcess) {
     const struct {
         _ALGO_t mode;
         bool pool;
@@ -284,6 +286,8 @@ TEST_F(EntryTest, PlanesWithoutDescriptorOrSizeEndTheProcess) {
             {
                 const Instance instance(8, 4, c.mode, c.pool);
                 _HDR2SDR_config_params_t params[2];
+                params[0] = in.params();
+                params[1] = out.params();
                 _MULTIPLANE_t& plane = params[c.break_plane / 2].buffer[c.break_plane % 2];
                 (c.pool ? plane.size : plane.handle) = 0;
                 HDR10PLUS_DYNAMIC_INFO info{};
@@ -295,7 +299,7 @@ TEST_F(EntryTest, PlanesWithoutDescriptorOrSizeEndTheProcess) {
     }
 }
 
-TEST_F(EntryTest, PlanesThatCannotBeImportedEndTheProcess) {
+TEST_F(EntryDeathTest, PlanesThatCannotBeImportedEndTheProcess) {
     const struct {
         _ALGO_t mode;
         bool pool;

@@ -1,4 +1,4 @@
-#include <sys/stat.h>
+#include <algorithm>
 
 #include "instance.h"
 #include "kernels/program_text.h"
@@ -58,6 +58,8 @@ protected:
     const std::string expected = "mali_formatter_c2_AB12CD34.bin";
 };
 
+using ProgramCacheDeathTest = ProgramCache; // first, while the process has no driver threads
+
 TEST_F(ProgramCache, IsWrittenFromSourceThenLoadedAndLeftAloneNextTime) {
     EXPECT_EQ(compile(), 0);
     EXPECT_THAT(steps,
@@ -106,7 +108,7 @@ TEST_F(ProgramCache, ReplacesTheFileOfAnotherBuildOrClient) {
     EXPECT_EQ(folder.media_files().size(), 3U);
 }
 
-TEST_F(ProgramCache, EndsTheProcessOnAFileTheDriverRefuses) {
+TEST_F(ProgramCacheDeathTest, EndsTheProcessOnAFileTheDriverRefuses) {
     for (const char* bytes : {"", "not a program"}) {
         write_file(folder.media(expected), bytes);
         compile_dies(
@@ -114,7 +116,7 @@ TEST_F(ProgramCache, EndsTheProcessOnAFileTheDriverRefuses) {
     }
 }
 
-TEST_F(ProgramCache, EndsTheProcessWhereItCannotBeWritten) {
+TEST_F(ProgramCacheDeathTest, EndsTheProcessWhereItCannotBeWritten) {
     setenv("ANDROID_DATA", "/nonexistent", 1);
     compile_dies(R"(tag Lumivert: cl_formatter_vendor:482 CHECK\(stream.good\(\)\) failed\.)");
 }
@@ -132,6 +134,7 @@ TEST_F(ProgramCache, ReportsAFailedFinalBuildByLogOnly) {
     compile();
     injections = {{"clBuildProgram", CL_BUILD_PROGRAM_FAILURE, 1}};
     EXPECT_EQ(compile(), 0);
+    steps.erase(std::unique(steps.begin(), steps.end()), steps.end()); // a driver may have no log to give
     EXPECT_THAT(steps, ElementsAre("clCreateProgramWithBinary", build, "clGetProgramBuildInfo 4483",
                                    "clGetProgramBuildInfo 4481", "clReleaseProgram"));
     EXPECT_THAT(lines, Contains(testing::StartsWith("E clGetProgramBuildInfo : ")));
@@ -208,7 +211,7 @@ TEST_F(ProgramCache, KernelsAreKeptByNameAndRecoverOnce) {
     EXPECT_THAT(folder.media_files(), ElementsAre(expected));
 }
 
-TEST_F(ProgramCache, EndsTheProcessWhenAKernelCannotBeMadeTwice) {
+TEST_F(ProgramCacheDeathTest, EndsTheProcessWhenAKernelCannotBeMadeTwice) {
     EXPECT_EXIT(
         {
             Formatter engine(6, 4, NORMAL);
