@@ -39,10 +39,10 @@
 #ifdef __cplusplus
 #define LUMIVERT_ENUM(name) enum name : int32_t
 extern "C" {
-#else
+#else // C fixes no enumeration's width: the record holds the 32-bit word itself
 #define LUMIVERT_ENUM(name)                                                                                            \
-    typedef enum name name;                                                                                            \
-    enum name
+    typedef int32_t name;                                                                                              \
+    enum
 #endif
 
 /// Pixel layout of a frame. P010 and NV12 are accepted as input, P010, NV12 and RGBA as output; the others are names
