@@ -1,6 +1,107 @@
 #include "commands/commands.h"
+
+#include <cstdio>
+#include <filesystem>
+
+#include "commands/options.h"
+#include "engine/converter.h"
+#include "error.h"
+#include "hdr10plus/record_track.h"
+#include "io/output_file.h"
+#include "media/clip_reader.h"
+#include "plot/curves.h"
+#include "report.h"
+
 namespace lumivert::tool {
-Command add_curve(CLI::App&) {
-    return [] { return 0; };
+namespace {
+
+struct Options {
+    std::string input, output;
+    int64_t frame = 0;
+    unsigned target = 250;
+    bool all = false;
+};
+
+struct FrameRecord {
+    int64_t frame;
+    RecordOrigin origin;
+    Record record;
+};
+
+/// The record that each frame from 0 to `last` uses.
+std::vector<FrameRecord> read_records(const std::string& input, int64_t last) {
+    std::vector<FrameRecord> frames;
+    const auto take = [&](RecordTrack& track, int64_t frame, const std::optional<Record>& own, const Record& fallback) {
+        const RecordOrigin origin = track.advance(frame, own);
+        frames.push_back({frame, origin, track.current().value_or(fallback)});
+    };
+    if (std::filesystem::path(input).extension() == ".json") {
+        const RecordsByFrame list = read_metadata(input);
+        RecordTrack track(list);
+        for (int64_t frame = 0; frame <= std::min(last, list.rbegin()->first); ++frame)
+            take(track, frame, std::nullopt, default_record(0, 0));
+        return frames;
+    }
+    ClipReader clip(input);
+    const StaticMetadata& fixed = clip.info().static_metadata;
+    RecordTrack track;
+    for (ClipFrame frame; static_cast<int64_t>(frames.size()) <= last && clip.next(frame);)
+        take(track, frame.number, frame.record, default_record(fixed.mastering_peak, fixed.max_cll));
+    warn_of_ffmpeg_errors(clip.path());
+    return frames;
 }
+
+std::string csv(const std::vector<FrameCurve>& curves) {
+    std::string text = "frame,entry,input_cd_m2,gain,output_cd_m2\n";
+    char line[128];
+    for (const FrameCurve& curve : curves)
+        for (int entry = 0; entry < 256; ++entry) {
+            // Entries 0 and 255 repeat their neighbours; 1 to 254 stand for that many 254ths of the full scale.
+            const double x = std::clamp(entry, 1, 254) / 254.0;
+            std::snprintf(line, sizeof line, "%ld,%d,%.4f,%.6f,%.4f\n", static_cast<long>(curve.frame), entry,
+                          x * curve.full_scale, curve.gains[entry], x * curve.gains[entry] * curve.target);
+            text += line;
+        }
+    return text;
+}
+
+int run(const Options& options) {
+    const std::string kind = std::filesystem::path(options.output).extension().string();
+    if (kind != ".png" && kind != ".svg" && kind != ".csv")
+        throw Error(options.output + ": a curve is written as .png, .svg or .csv");
+    const auto frames =
+        read_records(options.input, options.all ? std::numeric_limits<int64_t>::max() - 1 : options.frame);
+    std::vector<FrameCurve> curves;
+    for (const FrameRecord& frame : frames)
+        if (options.all || frame.frame == options.frame)
+            curves.emplace_back(frame.frame, frame.origin, frame.record, options.target);
+    if (curves.empty())
+        throw Error(options.input + ": has no frame " + std::to_string(options.frame) + ", only " +
+                    counted(static_cast<long>(frames.size()), "frame"));
+    const std::string name = std::filesystem::path(options.input).filename().string();
+    if (kind == ".csv")
+        write_document(options.output, csv(curves));
+    else if (options.all)
+        draw_strip(options.output, name, curves);
+    else
+        draw_curve(options.output, name, curves.front());
+    return status_so_far();
+}
+
+} // namespace
+
+Command add_curve(CLI::App& app) {
+    auto options = std::make_shared<Options>();
+    Options& o = *options;
+    app.add_option("INPUT", o.input, "a clip, or HDR10+ metadata as a .json file")->required();
+    app.add_option("-o,--output", o.output, "a .png, .svg or .csv file")->required();
+    app.add_option("--frame", o.frame, "which frame, counted from 0")->check(CLI::NonNegativeNumber);
+    app.add_flag("--all", o.all, "all frames, as a strip over time");
+    app.add_option("--target", o.target, "peak of the display in cd/m2; the converter's is 250")
+        ->check(CLI::Range(200, 10000));
+    app.footer("Examples:\n  lumivert curve clip.mp4 --frame 12 -o curve.png\n"
+               "  lumivert curve clip.json --all -o curves.svg");
+    return [options] { return run(*options); };
+}
+
 } // namespace lumivert::tool

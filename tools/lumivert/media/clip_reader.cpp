@@ -55,9 +55,19 @@ bool is_10_bit_yuv(const ClipInfo& info) {
            (format->flags & AV_PIX_FMT_FLAG_RGB) == 0;
 }
 
-ClipReader::ClipReader(const std::string& path) : path_(path == "-" ? "standard input" : path) {
+ClipReader::ClipReader(const std::string& path, const std::optional<RawLayout>& raw)
+    : path_(path == "-" ? "standard input" : path) {
     AVFormatContext* opened = nullptr;
-    check(avformat_open_input(&opened, path == "-" ? "pipe:0" : ("file:" + path).c_str(), nullptr, nullptr), path_);
+    AVDictionary* options = nullptr;
+    if (raw) {
+        const std::string size = std::to_string(raw->width) + "x" + std::to_string(raw->height);
+        av_dict_set(&options, "video_size", size.c_str(), 0);
+        av_dict_set(&options, "pixel_format", av_get_pix_fmt_name(raw->format), 0);
+    }
+    const int result = avformat_open_input(&opened, path == "-" ? "pipe:0" : ("file:" + path).c_str(),
+                                           raw ? av_find_input_format("rawvideo") : nullptr, &options);
+    av_dict_free(&options);
+    check(result, path_);
     demuxer_.reset(opened);
     check(avformat_find_stream_info(opened, nullptr), path_);
     const AVCodec* codec = nullptr;

@@ -40,10 +40,16 @@ struct ClipFrame {
     std::optional<Record> record;
 };
 
+/// How to read a file that does not tell: headerless frames.
+struct RawLayout {
+    int width, height;
+    AVPixelFormat format;
+};
+
 class ClipReader {
 public:
     /// `path` may be "-". Decodes the first frame.
-    explicit ClipReader(const std::string& path);
+    explicit ClipReader(const std::string& path, const std::optional<RawLayout>& raw = std::nullopt);
 
     const ClipInfo& info() const { return info_; }
     const std::string& path() const { return path_; }

@@ -1,0 +1,31 @@
+/// Axes in cd/m2, spaced by the PQ curve: equal lengths are about equal steps to the eye.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace lumivert::tool {
+
+/// The PQ signal, 0 to 1, of a luminance in cd/m2, and back (SMPTE ST 2084).
+double pq_from_luminance(double cd_m2);
+double luminance_from_pq(double signal);
+
+/// "0.1", "250", "1000".
+std::string luminance_text(double cd_m2);
+
+/// Maps luminances from 0 to `top` to positions from `start` to `end`.
+class LuminanceAxis {
+public:
+    LuminanceAxis(double top, double start, double end);
+
+    double position(double cd_m2) const;
+    double luminance(double position) const;
+    double top() const { return top_; }
+    /// Round luminances at readable distances.
+    std::vector<double> ticks(double distance) const;
+
+private:
+    double top_, start_, end_;
+};
+
+} // namespace lumivert::tool
