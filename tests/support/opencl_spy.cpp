@@ -176,8 +176,11 @@ void* clEnqueueMapBuffer(cl_command_queue q, cl_mem m, cl_bool blocking, cl_map_
     OBJECT(clEnqueueMapBuffer, spy::text(offset, size), e, q, m, blocking, flags, offset, size, waits, wait_list,
            event);
 }
+/// A failing wait still waits: a device that goes on working behind the test's back would be a fault of the test.
 cl_int clFinish(cl_command_queue q) {
-    STATUS(clFinish, "", q);
+    const auto code = spy::enter("clFinish", "");
+    const cl_int finished = reinterpret_cast<decltype(&clFinish)>(spy::real("clFinish"))(q);
+    return code.value_or(finished);
 }
 cl_mem clCreateBuffer(cl_context c, cl_mem_flags flags, size_t size, void* host, cl_int* e) {
     OBJECT(clCreateBuffer, spy::text(flags, size), e, c, flags, size, host);

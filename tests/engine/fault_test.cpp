@@ -1,0 +1,272 @@
+/// Every OpenCL call of every entry point and mode fails once, and from then on, in a process of its own. Whatever call
+/// it is: the process goes on or ends through a fatal check, says so in the log, leaks no descriptor or mapping, and an
+/// init that reports success converts.
+#include <malloc.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "instance.h"
+
+namespace {
+
+/// posix_memalign calls of this size to fail: bit 0 the next one, bit 1 the one after it.
+std::size_t g_failing_size = 0;
+unsigned int g_failing_calls = 0;
+
+} // namespace
+
+extern "C" int posix_memalign(void** memory, size_t alignment, size_t size) {
+    if (size == g_failing_size) {
+        const bool fails = (g_failing_calls & 1U) != 0;
+        g_failing_calls >>= 1U;
+        if (fails) return ENOMEM;
+    }
+    *memory = memalign(alignment, size);
+    return *memory == nullptr ? ENOMEM : 0;
+}
+
+namespace lumivert {
+namespace {
+
+enum class Stage { kInit, kConvert, kDeinit };
+
+struct Scenario {
+    const char* name;
+    Stage stage; ///< where the fault is
+    _ALGO_t mode;
+    bool pool;
+    _Image_ColorFormat format;
+    bool cached; ///< the program cache is there before
+};
+
+constexpr Scenario kScenarios[] = {
+    {"init from source", Stage::kInit, NORMAL, true, NV12, false},
+    {"init from cache", Stage::kInit, NORMAL, true, NV12, true},
+    {"init static c2", Stage::kInit, HI_JACK, true, P010_LINEAR, true},
+    {"init static omx", Stage::kInit, HI_JACK, false, P010_LINEAR, true},
+    {"static retained", Stage::kConvert, HI_JACK, false, P010_LINEAR, true},
+    {"static pool", Stage::kConvert, HI_JACK, true, P010_LINEAR, true},
+    {"hdr10plus retained nv12", Stage::kConvert, NORMAL, false, NV12, true},
+    {"hdr10plus retained rgba", Stage::kConvert, NORMAL, false, RGBA, true},
+    {"hdr10plus retained p010", Stage::kConvert, NORMAL, false, P010_LINEAR, true},
+    {"hdr10plus pool nv12", Stage::kConvert, NORMAL, true, NV12, true},
+    {"hdr10plus pool rgba", Stage::kConvert, NORMAL, true, RGBA, true},
+    {"hdr10plus pool p010", Stage::kConvert, NORMAL, true, P010_LINEAR, true},
+    {"deinit", Stage::kDeinit, NORMAL, false, NV12, true},
+    {"deinit static", Stage::kDeinit, HI_JACK, false, P010_LINEAR, true},
+};
+
+/// Calls whose failure the library passes over in silence: queries with a fallback, and the waits.
+const std::set<std::string> kSilent = {
+    "clGetDeviceInfo", "clFinish", "clGetMemObjectInfo", "clGetProgramInfo", "clGetProgramBuildInfo", "clBuildProgram"};
+
+/// What a child process found out; lives in memory shared with the parent.
+struct Report {
+    bool reached;  ///< the call to fail was made
+    char call[64]; ///< its name
+    int init;      ///< results of the entry points, -1 if not reached
+    int convert;
+    bool right;      ///< the frame is what an undisturbed conversion makes
+    int error_lines; ///< while the fault was on
+    bool done;
+    int descriptors[2]; ///< open before and after
+    int mappings[2];    ///< of planes, before and after
+};
+
+int open_descriptors() {
+    int count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        ++count;
+    return count;
+}
+
+int plane_mappings() {
+    int count = 0;
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);)
+        count += line.find("memfd:") != std::string::npos ? 1 : 0;
+    return count;
+}
+
+/// One life of an instance with the fault in one stage of it.
+void live(const Scenario& s, const DataFolder& folder, const LogCapture& log, Frame& in, Frame& out, int nth, int times,
+          Report& report) {
+    if (!s.cached) {
+        for (const std::string& name : folder.media_files())
+            std::remove(folder.media(name).c_str());
+    }
+    const auto inject = [&](Stage stage) {
+        if (stage != s.stage || nth == 0) return;
+        spy::reset();
+        spy::fail("", CL_OUT_OF_RESOURCES, nth, times);
+    };
+    const auto settle = [&](Stage stage) {
+        if (stage != s.stage || nth == 0) return;
+        report.reached = static_cast<int>(spy::calls().size()) >= nth;
+        if (report.reached) {
+            std::strncpy(report.call, spy::calls()[static_cast<std::size_t>(nth) - 1].name.c_str(),
+                         sizeof(report.call) - 1);
+        }
+        report.error_lines = 0;
+        for (const auto& line : log.lines())
+            report.error_lines += line.priority == 6 ? 1 : 0;
+        spy::reset();
+    };
+
+    HDR10PLUS_DYNAMIC_INFO info{};
+    info.maxscl[0] = 10000;
+    void* handle = nullptr;
+    inject(Stage::kInit);
+    report.init = CL_HDR2SDR_ARM_init(16, 8, s.mode, &handle, s.pool ? 1 : 0);
+    settle(Stage::kInit);
+    if (handle == nullptr) return;
+    _HDR2SDR_config_params_t i = in.params();
+    _HDR2SDR_config_params_t o = out.params();
+    const uint32_t static_info[] = {10000000, 50, 10000000};
+    fill_random(in, 5);
+    inject(Stage::kConvert);
+    report.convert = s.pool ? CL_HDR2SDR_ARM_convert1(&i, &o, &info, static_info, handle, 0)
+                            : CL_HDR2SDR_ARM_convert(&i, &o, &info, 1000, handle);
+    settle(Stage::kConvert);
+    inject(Stage::kDeinit);
+    CL_HDR2SDR_ARM_deinit(handle);
+    settle(Stage::kDeinit);
+}
+
+void child(const Scenario& s, int nth, int times, Report& report) {
+    DataFolder folder;
+    LogCapture log;
+    set_property("ro.build.fingerprint", "a/b/c:1/2/FAULT:user/x");
+    Frame in(P010_LINEAR, 16, 8);
+    Frame out(s.format, 16, 8);
+    const auto picture = [&] {
+        Plane& luma = s.mode == HI_JACK && !s.pool ? in.luma : out.luma;
+        return std::string(reinterpret_cast<char*>(luma.bytes()), luma.size());
+    };
+    // Undisturbed lives first: the cache is written, and what the driver keeps for good is there. Two, because the
+    // second one loads what the first one wrote.
+    Report calm{};
+    live(s, folder, log, in, out, 0, 0, calm);
+    live(s, folder, log, in, out, 0, 0, calm);
+    const std::string expected = picture();
+
+    report.descriptors[0] = open_descriptors();
+    report.mappings[0] = plane_mappings();
+    log.clear();
+    live(s, folder, log, in, out, nth, times, report);
+    report.right = picture() == expected;
+    report.descriptors[1] = open_descriptors();
+    report.mappings[1] = plane_mappings();
+    report.done = true;
+}
+
+TEST(FaultDeathTest, EveryOpenClCallMayFail) {
+    auto* report =
+        static_cast<Report*>(mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    int injected = 0, ended = 0, refused = 0;
+    for (const Scenario& s : kScenarios) {
+        for (const int times : {1, 2, 1 << 20}) {
+            for (int nth = 1;; ++nth) {
+                *report = Report{};
+                report->init = report->convert = -1;
+                int output[2];
+                ASSERT_EQ(pipe(output), 0);
+                const pid_t pid = fork();
+                if (pid == 0) {
+                    alarm(60); // a hang is a failure
+                    dup2(output[1], STDERR_FILENO);
+                    child(s, nth, times, *report);
+                    std::_Exit(0);
+                }
+                close(output[1]);
+                std::string printed;
+                char bytes[4096];
+                for (ssize_t n; (n = read(output[0], bytes, sizeof(bytes))) > 0;)
+                    printed.append(bytes, static_cast<std::size_t>(n));
+                close(output[0]);
+                int status = 0;
+                waitpid(pid, &status, 0);
+
+                SCOPED_TRACE(std::string(s.name) + ": call " + std::to_string(nth) + " (" + report->call + ") fails " +
+                             std::to_string(times) + " times\n" + printed);
+                ASSERT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
+                if (WEXITSTATUS(status) == 134) { // a fatal check: that the fault came about is its message
+                    EXPECT_THAT(printed, testing::HasSubstr(" CHECK("));
+                    ++ended;
+                    ++injected;
+                    continue;
+                }
+                ASSERT_EQ(WEXITSTATUS(status), 0);
+                ASSERT_TRUE(report->done);
+                if (!report->reached) break; // all calls of the stage have had their turn
+                ++injected;
+                EXPECT_EQ(report->descriptors[1], report->descriptors[0]);
+                EXPECT_EQ(report->mappings[1], report->mappings[0]);
+                EXPECT_TRUE(report->error_lines > 0 || kSilent.count(report->call) > 0);
+                if (s.stage == Stage::kInit) {
+                    refused += report->init == 0 ? 1 : 0;
+                    // A work buffer that could not be imported does not refuse the init: its launches fail, and say so.
+                    const bool converts = report->init == 1 && std::string(report->call) != "clImportMemoryARM";
+                    EXPECT_TRUE(report->right || !converts) << "init said 1";
+                } else {
+                    EXPECT_EQ(report->init, 1);
+                    EXPECT_EQ(report->convert, 1); // a path reports in the log only
+                }
+            }
+        }
+    }
+    std::printf("calls injected: %d (ended by a fatal check: %d, refused by init: %d)\n", injected, ended, refused);
+    EXPECT_GT(injected, 300);
+}
+
+using SurroundingsFault = EngineTest;
+
+TEST_F(SurroundingsFault, WorkBuffersThatCannotBeAllocatedRefuseTheInit) {
+    const std::pair<unsigned int, std::vector<int>> cases[] = {{1, {511}}, {2, {514}}, {3, {511, 514}}};
+    for (const auto& [calls, tags] : cases) {
+        log.clear();
+        void* handle = this;
+        g_failing_size = 36 * 20 * 4 + 64; // a 36 x 20 frame of RGBA, rounded up to 128 bytes
+        g_failing_calls = calls;
+        EXPECT_EQ(CL_HDR2SDR_ARM_init(36, 20, NORMAL, &handle, 1), 0);
+        EXPECT_EQ(handle, nullptr);
+        for (const int tag : {511, 514}) {
+            EXPECT_EQ(log.count("E [CL_HDR2SDR_ARM_init] failed LINE number is " + std::to_string(tag) + " !"),
+                      std::count(tags.begin(), tags.end(), tag));
+        }
+        EXPECT_EQ(log.count("E [CL_HDR2SDR_ARM_init] failed 518"), 1);
+    }
+    g_failing_size = 0;
+}
+
+using FullDiskDeathTest = EngineTest;
+
+TEST_F(FullDiskDeathTest, EndsTheProcessWhereTheCacheCannotBeWritten) {
+    EXPECT_EXIT(
+        {
+            Formatter engine(6, 4, NORMAL);
+            engine.makeProgram();
+            engine.storeProgram("/dev/full");
+        },
+        testing::ExitedWithCode(134), "cl_formatter_vendor:482 CHECK.stream.good... failed");
+}
+
+TEST_F(SurroundingsFault, DumpsIntoAFolderThatVanishedChangeNothing) {
+    set_property("vendor.Lumivert.debug.dump", "1");
+    const Instance instance(12, 6, NORMAL);
+    setenv("ANDROID_DATA", "/nonexistent", 1);
+    setenv("EXTERNAL_STORAGE", "/nonexistent", 1);
+    Frame in(P010_LINEAR, 12, 6);
+    Frame out(NV12, 12, 6);
+    HDR10PLUS_DYNAMIC_INFO info{};
+    EXPECT_EQ(instance.convert(in, out, &info), 1);
+}
+
+} // namespace
+} // namespace lumivert
