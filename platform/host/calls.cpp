@@ -21,7 +21,10 @@ cl_int clReleaseDevice(cl_device_id device) {
 cl_context clCreateContext(const cl_context_properties* properties, cl_uint num_devices, const cl_device_id* devices,
                            void(CL_CALLBACK* notify)(const char*, const void*, size_t, void*), void* user_data,
                            cl_int* errcode_ret) {
-    return created(DRIVER(clCreateContext), errcode_ret, properties, num_devices, devices, notify, user_data);
+    cl_context context =
+        created(DRIVER(clCreateContext), errcode_ret, properties, num_devices, devices, notify, user_data);
+    if (context) tune_compiler(devices[0]);
+    return context;
 }
 
 cl_int clRetainContext(cl_context context) {

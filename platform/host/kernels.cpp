@@ -6,6 +6,7 @@
 
 #include "driver.h"
 #include "handles.h"
+#include "pocl_tuning.h"
 
 namespace lumivert::platform {
 namespace {
@@ -94,5 +95,14 @@ cl_int clEnqueueNDRangeKernel(cl_command_queue queue, cl_kernel kernel, cl_uint 
                               cl_event* event) {
     if (const cl_int status = check_all(queue, kernel)) return status;
     if (!bindings().all_live(kernel)) return CL_INVALID_KERNEL_ARGS;
-    return DRIVER(clEnqueueNDRangeKernel)(queue, kernel, dimensions, offset, global, local, num_events, events, event);
+    const auto launch = [&](const size_t* group) {
+        return DRIVER(clEnqueueNDRangeKernel)(queue, kernel, dimensions, offset, global, group, num_events, events,
+                                              event);
+    };
+    if (const size_t row = local ? 0 : row_of_work_group(queue, dimensions, global)) {
+        const size_t rows[] = {row, 1};
+        const cl_int status = launch(rows);
+        if (status != CL_INVALID_WORK_GROUP_SIZE) return status; // else the kernel prescribes another
+    }
+    return launch(local);
 }
