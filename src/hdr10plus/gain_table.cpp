@@ -1,0 +1,106 @@
+#include "hdr10plus/units.h"
+#include "lumivert/hdr10plus.h"
+
+#include <algorithm>
+#include <cmath>
+
+using lumivert::max_entries;
+using lumivert::valid_entries;
+
+namespace {
+
+/// Row N: C(N + 1, k + 1), the weight of anchor k in a Bezier curve of order N + 1. Two irregularities are deliberate
+/// and part of what a curve means here: the rows of 0 to 2 drop their anchors, and the row of 15 misses the two 120.
+constexpr float binomials[max_entries + 1][max_entries] = {
+    {},
+    {},
+    {},
+    {4, 6, 4},
+    {5, 10, 10, 5},
+    {6, 15, 20, 15, 6},
+    {7, 21, 35, 35, 21, 7},
+    {8, 28, 56, 70, 56, 28, 8},
+    {9, 36, 84, 126, 126, 84, 36, 9},
+    {10, 45, 120, 210, 252, 210, 120, 45, 10},
+    {11, 55, 165, 330, 462, 462, 330, 165, 55, 11},
+    {12, 66, 220, 495, 792, 924, 792, 495, 220, 66, 12},
+    {13, 78, 286, 715, 1287, 1716, 1716, 1287, 715, 286, 78, 13},
+    {14, 91, 364, 1001, 2002, 3003, 3432, 3003, 2002, 1001, 364, 91, 14},
+    {15, 105, 455, 1365, 3003, 5005, 6435, 6435, 5005, 3003, 1365, 455, 105, 15},
+    {16, 560, 1820, 4368, 8008, 11440, 12870, 11440, 8008, 4368, 1820, 560, 16},
+};
+
+float power(float base, unsigned exponent) {
+    float result = 1.0f;
+    for (unsigned i = 0; i < exponent; ++i)
+        result *= base;
+    return result;
+}
+
+/// Fills `lut` with curve(x) / x; `output` computes curve(x). The table ends one entry after the sample at 1, and
+/// starts one before its first, so that a reader may take two neighbours anywhere.
+template <typename Curve>
+void sample_gains(float* lut, unsigned size, Curve output) {
+    if (size > 2) {
+        const float step = 1.0f / static_cast<float>(size - 2);
+        for (unsigned i = 1; i < size - 1; ++i) {
+            const float x = static_cast<float>(i) * step;
+            lut[i] = output(x) / x;
+        }
+    }
+    lut[0] = lut[1];
+    lut[size - 1] = lut[size - 2];
+}
+
+} // namespace
+
+void hdr10plus_curve_kchoose_preapplied(HDR10PLUS_TM_CURVE* curve) {
+    const unsigned anchors = valid_entries(curve->num_bezier_curve_anchors);
+    for (unsigned k = 0; k < anchors; ++k)
+        curve->f_bezier_curve_anchors[k] *= binomials[anchors][k];
+}
+
+void hdr10plus_preappliedcurve_to_lut(float* lut, unsigned int size, HDR10PLUS_TM_CURVE* curve) {
+    const float kx = curve->f_knee_point_x;
+    const float ky = curve->f_knee_point_y;
+    const unsigned anchors = valid_entries(curve->num_bezier_curve_anchors);
+    const float* weighted = curve->f_bezier_curve_anchors;
+
+    sample_gains(lut, size, [=](float x) {
+        if (kx >= x) return std::max(std::min(ky * x / kx, 1.0f), 0.0f);
+        const float t = (x - kx) / (1.0f - kx);
+        if (!(t < 1.0f)) return x;
+        // One running product instead of two powers per anchor: (1 - t)^(N + 1) turns into t^(k + 1) (1 - t)^(N - k).
+        float bezier = power(t, anchors) * t;
+        float weight = std::pow(1.0f - t, static_cast<float>(anchors + 1));
+        const float reciprocal = 1.0f / (1.0f - t);
+        for (unsigned k = 0; k < anchors; ++k) {
+            weight = weight * t * reciprocal;
+            bezier = std::fma(weight, weighted[k], bezier);
+        }
+        return std::fma(1.0f - ky, bezier, ky);
+    });
+}
+
+void hdr10plus_curve_to_lut(float* lut, unsigned int size, HDR10PLUS_TM_CURVE* curve) {
+    const float kx = curve->f_knee_point_x;
+    const float ky = curve->f_knee_point_y;
+    const unsigned anchors = valid_entries(curve->num_bezier_curve_anchors);
+    const float* plain = curve->f_bezier_curve_anchors;
+
+    sample_gains(lut, size, [=](float x) {
+        if (kx >= x) return std::min(std::max(ky / kx * x, 0.0f), 1.0f);
+        const float t = (x - kx) / (1.0f - kx);
+        float t_to[max_entries + 1] = {1.0f};
+        float rest_to[max_entries + 1] = {1.0f};
+        for (unsigned k = 1; k <= anchors; ++k) {
+            t_to[k] = t_to[k - 1] * t;
+            rest_to[k] = rest_to[k - 1] * (1.0f - t);
+        }
+        float bezier = 0.0f;
+        for (unsigned k = 0; k < anchors; ++k)
+            bezier += binomials[anchors][k] * t_to[k + 1] * rest_to[anchors - k] * plain[k];
+        bezier += t_to[anchors] * t;
+        return ky + (1.0f - ky) * bezier;
+    });
+}

@@ -1,0 +1,27 @@
+/// How the metadata's integers read: units, limits, and the ratio that every curve hangs on.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+
+namespace lumivert {
+
+/// Length of the distribution and anchor arrays in both records.
+constexpr unsigned max_entries = 15;
+
+/// Entries that may be read: the arrays end at 15, whatever a damaged record claims.
+inline unsigned valid_entries(uint8_t count) {
+    return std::min<unsigned>(count, max_entries);
+}
+
+/// Metadata luminance (0.1 cd/m2) in cd/m2.
+inline float from_tenths(uint32_t luminance) {
+    return static_cast<float>(luminance) * 0.1f;
+}
+
+/// Peak of a display over the larger of its peak and the scene's: 1 where the display shows the whole scene.
+inline float peak_ratio(float display, float scene) {
+    return display / std::max(display, scene);
+}
+
+} // namespace lumivert
