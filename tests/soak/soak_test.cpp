@@ -1,0 +1,178 @@
+/// Long runs through the shipped library: memory, descriptors and mappings stay flat. LUMIVERT_SOAK_FRAMES (10000) sets
+/// the length; the figures are printed.
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lumivert/converter.h"
+#include "support/host.h"
+
+namespace {
+
+struct Footprint {
+    long resident_kib;
+    int descriptors;
+    int plane_mappings;
+};
+
+Footprint footprint() {
+    malloc_trim(0);
+    Footprint now{};
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages;
+    now.resident_kib = pages * (sysconf(_SC_PAGESIZE) / 1024);
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        ++now.descriptors;
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);)
+        now.plane_mappings += line.find("memfd:") != std::string::npos;
+    return now;
+}
+
+/// Metadata of a frame: seeded, every branch of the curve among them.
+HDR10PLUS_DYNAMIC_INFO random_record(std::mt19937& random) {
+    HDR10PLUS_DYNAMIC_INFO info{};
+    auto* bytes = reinterpret_cast<unsigned char*>(&info);
+    for (std::size_t i = 0; i < sizeof(info); ++i)
+        bytes[i] = static_cast<unsigned char>(random());
+    info.display_max_luminance = random() % 2 != 0 ? 250 : 400;
+    for (uint32_t& value : info.maxscl)
+        value %= 100001;
+    return info;
+}
+
+/// A codec's pool: a few input and output frames that take turns.
+struct Pool {
+    static constexpr int kFrames = 4;
+    static constexpr uint32_t kWidth = 64;
+    static constexpr uint32_t kHeight = 32;
+
+    explicit Pool(_Image_ColorFormat output_format) {
+        for (int i = 0; i < kFrames; ++i) {
+            in.push_back(std::make_unique<Frame>(P010_LINEAR, kWidth, kHeight));
+            out.push_back(std::make_unique<Frame>(output_format, kWidth, kHeight));
+            fill_random(*in.back(), static_cast<uint32_t>(i));
+        }
+    }
+
+    std::vector<std::unique_ptr<Frame>> in;
+    std::vector<std::unique_ptr<Frame>> out;
+};
+
+void* make_instance(_ALGO_t mode, int c2) {
+    void* handle = nullptr;
+    EXPECT_EQ(CL_HDR2SDR_ARM_init(Pool::kWidth, Pool::kHeight, mode, &handle, c2), 1);
+    return handle;
+}
+
+/// Converts frames `first` to `last` - 1 of a pool, each with metadata of its own.
+void convert(void* instance, Pool& pool, bool retained, int first, int last) {
+    const uint32_t static_info[] = {10000000, 50, 10000000};
+    for (int i = first; i < last; ++i) {
+        std::mt19937 random(static_cast<uint32_t>(i));
+        HDR10PLUS_DYNAMIC_INFO info = random_record(random);
+        _HDR2SDR_config_params_t in = pool.in[static_cast<std::size_t>(i % Pool::kFrames)]->params();
+        _HDR2SDR_config_params_t out = pool.out[static_cast<std::size_t>(i % Pool::kFrames)]->params();
+        const int result = retained ? CL_HDR2SDR_ARM_convert(&in, &out, &info, 1000, instance)
+                                    : CL_HDR2SDR_ARM_convert1(&in, &out, &info, static_info, instance, 0);
+        ASSERT_EQ(result, 1);
+    }
+}
+
+int soak_frames() {
+    const char* text = std::getenv("LUMIVERT_SOAK_FRAMES");
+    return text == nullptr ? 10000 : std::atoi(text);
+}
+
+/// Runs `run(first, last)` for a tenth of the length to warm up, then for all of it, and compares.
+void expect_flat(const char* name, int length, long tolerance_kib, const std::function<void(int, int)>& run) {
+    run(0, length / 10);
+    const Footprint before = footprint();
+    run(length / 10, length / 10 + length);
+    const Footprint after = footprint();
+    std::printf("%s: %d, resident %+ld KiB, descriptors %+d, plane mappings %+d\n", name, length,
+                after.resident_kib - before.resident_kib, after.descriptors - before.descriptors,
+                after.plane_mappings - before.plane_mappings);
+    EXPECT_LE(after.resident_kib - before.resident_kib, tolerance_kib);
+    EXPECT_EQ(after.descriptors, before.descriptors);
+    EXPECT_EQ(after.plane_mappings, before.plane_mappings);
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr long kTolerance = 1L << 20; // the sanitizer's own records grow
+#else
+constexpr long kTolerance = 2048;
+#endif
+
+class Soak : public testing::Test {
+protected:
+    Soak() {
+        set_property("vendor.Lumivert.debug.level", "0");
+        set_property("ro.build.fingerprint", "a/b/c:1/2/SOAK:user/x");
+    }
+
+    DataFolder folder;
+};
+
+TEST_F(Soak, FramesThroughThePool) {
+    void* instance = make_instance(NORMAL, 1);
+    Pool pool(NV12);
+    expect_flat("hdr10plus pool frames", soak_frames(), kTolerance,
+                [&](int first, int last) { convert(instance, pool, false, first, last); });
+    CL_HDR2SDR_ARM_deinit(instance);
+}
+
+TEST_F(Soak, FramesThroughRetainedBuffers) {
+    void* instance = make_instance(HI_JACK, 0);
+    Pool pool(P010_LINEAR);
+    expect_flat("static retained frames", soak_frames(), kTolerance,
+                [&](int first, int last) { convert(instance, pool, true, first, last); });
+    CL_HDR2SDR_ARM_deinit(instance);
+}
+
+TEST_F(Soak, InstancesComeAndGo) {
+    Pool pool(NV12);
+    expect_flat("instances", soak_frames() / 100, 4 * kTolerance, [&](int first, int last) {
+        for (int i = first; i < last; ++i) {
+            void* instance = make_instance(NORMAL, 1);
+            convert(instance, pool, i % 2 == 0, i, i + 2);
+            CL_HDR2SDR_ARM_deinit(instance);
+        }
+    });
+}
+
+TEST_F(Soak, TwoInstancesInTwoThreads) {
+    void* instances[] = {make_instance(NORMAL, 1), make_instance(HI_JACK, 1)};
+    Pool nv12(NV12);
+    Pool p010(P010_LINEAR);
+    const auto plane = [](Frame& frame) {
+        return std::string(reinterpret_cast<char*>(frame.luma.bytes()), frame.luma.size());
+    };
+    // What each makes alone is what it makes beside the other.
+    convert(instances[0], nv12, false, 0, Pool::kFrames);
+    convert(instances[1], p010, false, 0, Pool::kFrames);
+    const std::string alone[] = {plane(*nv12.out[3]), plane(*p010.out[3])};
+    const int length = soak_frames() / 4 / Pool::kFrames * Pool::kFrames;
+    expect_flat("frames in each of two threads", length, kTolerance, [&](int first, int last) {
+        std::thread other([&] { convert(instances[1], p010, false, first, last); });
+        convert(instances[0], nv12, false, first, last);
+        other.join();
+    });
+    convert(instances[0], nv12, false, 0, Pool::kFrames);
+    EXPECT_EQ(plane(*nv12.out[3]), alone[0]);
+    EXPECT_EQ(plane(*p010.out[3]), alone[1]);
+    for (void* instance : instances)
+        CL_HDR2SDR_ARM_deinit(instance);
+}
+
+} // namespace
