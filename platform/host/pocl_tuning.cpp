@@ -1,5 +1,8 @@
 #include "pocl_tuning.h"
 
+#include <iterator>
+#include <mutex>
+
 #include "driver.h"
 
 namespace lumivert::platform {
@@ -12,7 +15,8 @@ bool is_cpu(cl_device_id device) {
 }
 
 /// powr(x, y) as exp2(y * log2(x)), which relaxed math allows, inline and branch-free. PoCL calls a function for every
-/// powr, exact to the last bit, and one for every floor, rint and convert_int: none of them vectorises.
+/// powr, exact to the last bit, and one for every floor, rint and convert_int: none of them vectorises. Vectors are
+/// taken apart, as a vector in the loop over work-items would keep it from being widened.
 ///
 /// log2: x = 2^e * (1 + f) with 1 + f in [sqrt(1/2), sqrt(2)); minimax polynomial, 5e-8 absolute.
 /// exp2: the rounded part goes to the exponent (clamped to the range of floats), the rest r to a minimax polynomial on
@@ -20,29 +24,25 @@ bool is_cpu(cl_device_id device) {
 /// and, for results near 1, the nearest float but for a few: the PQ curve magnifies errors there a hundred times.
 /// A base of 0 (or below the normal floats) gives 0.
 constexpr char relaxed_powr[] = R"CLC(
-#define RELAXED_POWR(T, I, AS_T, AS_I, TO_T, TO_I) \
-static inline T __attribute__((overloadable, always_inline)) relaxed_powr(T x, T y) { \
-    I e = (AS_I(x) - 0x3f3504f3) >> 23; \
-    T f = AS_T(AS_I(x) - (e << 23)) - 1.0f; \
-    T p = ((((((-0.14599060f * f + 0.23674604f) * f - 0.24992366f) * f + 0.28672734f) * f - 0.36010383f) * f + \
-            0.48093847f) * f - 0.72135665f) * f + 1.44269479f; \
-    T yp = y * f * p; \
-    T t = min(max(y * TO_T(e) + yp, -127.0f), 128.0f); \
-    I n = TO_I(t + 127.5f); \
-    T r = (y * TO_T(e) - TO_T(n - 127)) + yp; \
-    T q = (((((0.000153458122f * r + 0.00133999312f) * r + 0.00961848895f) * r + 0.0555032878f) * r + 0.240226469f) * r + \
-           0.693147206f) * r + 1.0f; \
-    return x >= 0x1p-126f ? q * AS_T(n << 23) : (T)(0.0f); \
+static inline float __attribute__((overloadable, always_inline)) relaxed_powr(float x, float y) {
+    int e = (as_int(x) - 0x3f3504f3) >> 23;
+    float f = as_float(as_int(x) - (e << 23)) - 1.0f;
+    float p = ((((((-0.14599060f * f + 0.23674604f) * f - 0.24992366f) * f + 0.28672734f) * f - 0.36010383f) * f +
+                0.48093847f) * f - 0.72135665f) * f + 1.44269479f;
+    float yp = y * f * p;
+    float t = min(max(y * (float)e + yp, -127.0f), 128.0f);
+    int n = (int)(t + 127.5f);
+    float r = (y * (float)e - (float)(n - 127)) + yp;
+    float q = (((((0.000153458122f * r + 0.00133999312f) * r + 0.00961848895f) * r + 0.0555032878f) * r +
+                0.240226469f) * r + 0.693147206f) * r + 1.0f;
+    return x >= 0x1p-126f ? q * as_float(n << 23) : 0.0f;
 }
-#define TO_FLOAT(x) ((float)(x))
-#define TO_INT(x) ((int)(x))
-#define TO_FLOAT3(x) __builtin_convertvector(x, float3)
-#define TO_INT3(x) __builtin_convertvector(x, int3)
-#define TO_FLOAT4(x) __builtin_convertvector(x, float4)
-#define TO_INT4(x) __builtin_convertvector(x, int4)
-RELAXED_POWR(float, int, as_float, as_int, TO_FLOAT, TO_INT)
-RELAXED_POWR(float3, int3, as_float3, as_int3, TO_FLOAT3, TO_INT3)
-RELAXED_POWR(float4, int4, as_float4, as_int4, TO_FLOAT4, TO_INT4)
+static inline float3 __attribute__((overloadable, always_inline)) relaxed_powr(float3 x, float3 y) {
+    return (float3)(relaxed_powr(x.x, y.x), relaxed_powr(x.y, y.y), relaxed_powr(x.z, y.z));
+}
+static inline float4 __attribute__((overloadable, always_inline)) relaxed_powr(float4 x, float4 y) {
+    return (float4)(relaxed_powr(x.xyz, y.xyz), relaxed_powr(x.w, y.w));
+}
 #undef powr
 #define powr relaxed_powr
 #line 1
@@ -52,21 +52,26 @@ RELAXED_POWR(float4, int4, as_float4, as_int4, TO_FLOAT4, TO_INT4)
 
 void tune_compiler(cl_device_id device) {
     if (!is_cpu(device)) return;
-    // LLVM's SLP vectoriser pairs up the r, g and b of one work-item, after which its loop vectoriser finds no loop
-    // over work-items that it could widen. Without SLP the tone-mapping kernel runs six times as fast and the static
-    // ones twice. There is no option for it in OpenCL or PoCL, so the LLVM that PoCL has loaded is told directly;
-    // where it cannot be found, or knows the option no more, everything runs as before.
-    static const bool once = [] {
+    // There are no options in OpenCL or PoCL for what follows, so the LLVM that PoCL has loaded is told directly; where
+    // it cannot be found, or knows an option no more, everything runs as before.
+    static std::once_flag told;
+    std::call_once(told, [] {
+        const char* const arguments[] = {
+            "pocl",
+            // SLP pairs up the r, g and b of one work-item, and then LLVM finds no loop over work-items that it could
+            // widen: six times slower in the tone-mapping kernel, twice in the static ones.
+            "-vectorize-slp=false",
+            // LLVM prefers 8 lanes even where the processor has 16 (AVX-512): 1.7 times slower in the tone-mapping
+            // kernel. Elsewhere two or four registers at a time are as good as one.
+            "-force-vector-width=16",
+        };
         void* pocl = dlopen("libpocl.so.2", RTLD_NOLOAD | RTLD_NOW);
-        if (!pocl) return false;
+        if (!pocl) return;
         using Parse = void (*)(int, const char* const*, const char*);
         const auto parse = reinterpret_cast<Parse>(dlsym(pocl, "LLVMParseCommandLineOptions"));
-        const char* const arguments[] = {"pocl", "-vectorize-slp=false"};
-        if (parse) parse(2, arguments, "");
+        if (parse) parse(std::size(arguments), arguments, "");
         dlclose(pocl);
-        return true;
-    }();
-    (void)once;
+    });
 }
 
 const char* prelude(cl_context context) {
