@@ -177,7 +177,7 @@ bool Formatter::storeProgram(const std::string& path) {
         return false;
     }
 
-    const std::ptrdiff_t own = std::find(devices.get(), devices.get() + count, mDevice) - devices.get();
+    const auto own = static_cast<std::size_t>(std::find(devices.get(), devices.get() + count, mDevice) - devices.get());
     if (own == count) return true; // nothing to write counts as written
 
     log_info("path is %s ", path.c_str());
