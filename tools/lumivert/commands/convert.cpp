@@ -4,7 +4,9 @@
 #include <array>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <exception>
+#include <numeric>
 #include <thread>
 
 #include "commands/options.h"
@@ -32,11 +34,11 @@ struct Options {
 
 /// What is decided before the first frame.
 struct Plan {
-    Mode mode;
+    std::optional<Mode> mode; ///< none: the samples are passed on as they are
     Entry entry;
     const WriterInfo* writer;
     _Image_ColorFormat format;
-    AVColorRange range;
+    ColourTags colour;
     FrameRange frames;
     Luminances luminances;
     RecordsByFrame list; ///< of --metadata FILE
@@ -44,14 +46,17 @@ struct Plan {
 };
 
 /// How the samples of an output are meant. The static tables give limited range. After a tone curve, luma is a
-/// full-range value plus 16 (NV12) or 64 (P010) and chroma spans the whole range, so full is the tag under which hue,
-/// saturation and contrast come out as computed, 16 codes too bright; limited would stretch everything by 16 % and
-/// clip the top eighth.
-AVColorRange range_of(Mode mode) {
-    return mode == Mode::static_table ? AVCOL_RANGE_MPEG : AVCOL_RANGE_JPEG;
+/// full-range value plus 16 (NV12) or 64 (P010) and chroma spans the whole range: under the full-range tag chroma comes
+/// out as computed and luma 16 of 255 too bright; under the limited-range one everything would be stretched by a sixth
+/// and the top seventh clipped.
+ColourTags tags_of(const std::optional<Mode>& mode) {
+    if (!mode) return {AVCOL_PRI_BT2020, AVCOL_TRC_SMPTE2084, AVCOL_SPC_BT2020_NCL, AVCOL_RANGE_MPEG};
+    return {AVCOL_PRI_BT709, AVCOL_TRC_BT709, AVCOL_SPC_BT709,
+            *mode == Mode::static_table ? AVCOL_RANGE_MPEG : AVCOL_RANGE_JPEG};
 }
 
-Mode choose_mode(const Options& options, FrameSource& source) {
+std::optional<Mode> choose_mode(const Options& options, FrameSource& source) {
+    if (options.mode == "none") return std::nullopt;
     if (options.mode == "static") return Mode::static_table;
     if (options.mode == "hdr10plus") return Mode::hdr10plus;
     if (options.metadata == "none") return Mode::static_table;
@@ -66,11 +71,12 @@ _Image_ColorFormat choose_format(const Options& options, const Plan& plan) {
     const FormatInfo* asked = format_named(options.format);
     if (asked != nullptr && !takes(asked->format))
         throw Error(std::string("the writer for ") + plan.writer->name + " does not take --format " + asked->name);
-    if (plan.mode == Mode::static_table) {
+    if (plan.mode != Mode::hdr10plus) {
+        const std::string mode = plan.mode ? "static" : "none";
         if (asked != nullptr && asked->format != P010_LINEAR)
-            throw Error(std::string("--format ") + asked->name + ": mode static gives P010 only");
+            throw Error(std::string("--format ") + asked->name + ": mode " + mode + " gives P010 only");
         if (!takes(P010_LINEAR))
-            throw Error(std::string("mode static gives P010, which ") + plan.writer->name + " does not hold");
+            throw Error("mode " + mode + " gives P010, which ." + plan.writer->name + " does not hold");
         return P010_LINEAR;
     }
     const _Image_ColorFormat format = asked != nullptr ? asked->format : taken.front();
@@ -99,12 +105,14 @@ Plan make_plan(const Options& options, FrameSource& source) {
     if (!options.metadata.empty() && options.metadata != "none") plan.list = read_metadata(options.metadata);
     plan.mode = choose_mode(options, source);
     plan.format = choose_format(options, plan);
-    plan.range = range_of(plan.mode);
+    plan.colour = tags_of(plan.mode);
     plan.luminances = choose_luminances(options, clip.static_metadata);
     if (options.interval > 0 && plan.entry == Entry::retained)
         throw Error("--interval works with --entry pool; the retained entry converts every frame");
-    choose_device(options.device);
-    plan.device = used_device();
+    if (plan.mode) {
+        choose_device(options.device);
+        plan.device = used_device();
+    }
     return plan;
 }
 
@@ -122,7 +130,8 @@ struct Tally {
     int64_t seen = 0;                      ///< frames of the input, up to the last one read
     bool to_the_end = false;               ///< whether that was the input's last
     std::array<int64_t, 3> by_origin = {}; ///< converted frames by RecordOrigin
-    double converting_s = 0, total_s = 0;
+    std::vector<double> converting_ms;     ///< of each frame that was converted
+    double total_s = 0;
 
     int64_t converted() const { return by_origin[0] + by_origin[1] + by_origin[2]; }
 };
@@ -130,12 +139,13 @@ struct Tally {
 /// Decoding, converting and encoding side by side: one thread each, slots going round between them.
 class Pipeline {
 public:
-    Pipeline(const Plan& plan, const Geometry& geometry, FrameSource& source, Converter& converter, int interval)
+    Pipeline(const Plan& plan, const Geometry& geometry, FrameSource& source, Converter* converter, int interval)
         : plan_(plan), geometry_(geometry), source_(source), converter_(converter), interval_(interval) {
         for (size_t i = 0; i < slot_count; ++i) {
             auto slot = std::make_unique<Slot>();
             slot->in = std::make_unique<Planes>(P010_LINEAR, geometry);
-            if (!converter.in_place()) slot->out = std::make_unique<Planes>(plan.format, geometry);
+            if (converter != nullptr && !converter->in_place())
+                slot->out = std::make_unique<Planes>(plan.format, geometry);
             free_.push(std::move(slot));
         }
     }
@@ -195,9 +205,12 @@ private:
             Slot& s = **slot;
             const auto start = Clock::now();
             const Record* record = s.record ? &*s.record : nullptr;
-            const bool converted = converter_.convert(*s.in, s.result(), record, plan_.luminances, interval_);
-            tally_.converting_s += std::chrono::duration<double>(Clock::now() - start).count();
-            if (converted) ++tally_.by_origin[static_cast<int>(s.origin)];
+            const bool converted =
+                converter_ == nullptr || converter_->convert(*s.in, s.result(), record, plan_.luminances, interval_);
+            if (converted) {
+                tally_.converting_ms.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+                ++tally_.by_origin[static_cast<int>(s.origin)];
+            }
             (converted ? converted_ : free_).push(std::move(*slot));
         }
         converted_.close();
@@ -224,7 +237,7 @@ private:
     const Plan& plan_;
     const Geometry geometry_;
     FrameSource& source_;
-    Converter& converter_;
+    Converter* const converter_; ///< null passes the samples on
     const int interval_;
     Queue<SlotPtr> free_{slot_count}, loaded_{slot_count}, converted_{slot_count};
     std::mutex error_mutex_;
@@ -235,6 +248,7 @@ private:
 std::string metadata_summary(const Plan& plan, const Tally& tally) {
     const auto [own, previous, none] = tally.by_origin;
     const std::string frames = counted(tally.converted(), "frame") + ": ";
+    if (!plan.mode) return frames + "passed on as they are";
     if (plan.mode == Mode::static_table) {
         const long peak = std::lround(plan.luminances.mastering_peak);
         const char* table = peak > 1000 && peak <= 4000 ? "4000" : "1000";
@@ -246,6 +260,19 @@ std::string metadata_summary(const Plan& plan, const Tally& tally) {
     if (previous > 0) text += ", " + std::to_string(previous) + " without one used the record before";
     if (none > 0) text += ", " + std::to_string(none) + " before the first record used the default";
     return text;
+}
+
+/// The median, because the first frame waits for the driver to finish compiling.
+std::string speed_summary(const Plan& plan, Tally tally) {
+    auto& ms = tally.converting_ms;
+    const double sum = std::accumulate(ms.begin(), ms.end(), 0.0);
+    const auto middle = ms.begin() + static_cast<ptrdiff_t>(ms.size() / 2);
+    std::nth_element(ms.begin(), middle, ms.end());
+    char line[200];
+    std::snprintf(line, sizeof line, "%.2f ms per frame on %s; %.1f frames/s in all, %.0f %% of the time converting",
+                  *middle, plan.device.name.c_str(), static_cast<double>(ms.size()) / tally.total_s,
+                  100 * sum / 1000 / tally.total_s);
+    return line;
 }
 
 /// What the user may not expect of the result.
@@ -275,11 +302,12 @@ int run(const Options& options) {
     const Plan plan = make_plan(options, *source);
     const Geometry geometry(clip.width, clip.height);
 
-    Converter converter(geometry, plan.mode, plan.entry, plan.device);
+    std::optional<Converter> converter;
+    if (plan.mode) converter.emplace(geometry, *plan.mode, plan.entry, plan.device);
     OutputSpec spec;
     spec.path = options.output;
     spec.format = plan.format;
-    spec.range = plan.range;
+    spec.colour = plan.colour;
     spec.width = clip.width;
     spec.height = clip.height;
     spec.clip = clip;
@@ -292,7 +320,8 @@ int run(const Options& options) {
     RecordTrack track = options.metadata == "none" ? RecordTrack::without_records()
                         : plan.list.empty()        ? RecordTrack()
                                                    : RecordTrack(plan.list);
-    const Tally tally = Pipeline(plan, geometry, *source, converter, options.interval).run(std::move(track), *sink);
+    const Tally tally = Pipeline(plan, geometry, *source, converter ? &*converter : nullptr, options.interval)
+                            .run(std::move(track), *sink);
     if (tally.converted() == 0)
         throw Error(options.input + ": has no frame " + std::to_string(plan.frames.first) + "; it ends after " +
                     counted(tally.seen, "frame"));
@@ -301,11 +330,8 @@ int run(const Options& options) {
     source->report();
     warn_about(options, plan, tally);
     tell(metadata_summary(plan, tally));
-    char line[200];
-    std::snprintf(line, sizeof line, "%.2f ms per frame on %s; %.1f frames/s in all, %.0f %% of the time converting",
-                  1000 * tally.converting_s / tally.converted(), plan.device.name.c_str(),
-                  tally.converted() / tally.total_s, 100 * tally.converting_s / tally.total_s);
-    tell(line);
+    if (!converter) return status_so_far();
+    tell(speed_summary(plan, tally));
     return status_so_far();
 }
 
@@ -322,8 +348,9 @@ Command add_convert(CLI::App& app) {
     app.add_option("-o,--output", o.output, "the result; its extension chooses what is written")->required();
     app.add_option("--size", o.size, "INPUT is raw P010 of this size, such as 1920x1080");
     app.add_option("--rate", o.rate, "frames per second of raw P010")->check(CLI::Range(1.0, 1000.0));
-    app.add_option("--mode", o.mode, "auto takes hdr10plus where there is HDR10+ metadata, else static")
-        ->check(CLI::IsMember({"auto", "static", "hdr10plus"}));
+    app.add_option("--mode", o.mode,
+                   "auto takes hdr10plus where there is HDR10+ metadata, else static; none passes the PQ samples on")
+        ->check(CLI::IsMember({"auto", "static", "hdr10plus", "none"}));
     app.add_option("--metadata", o.metadata, "HDR10+ records from this JSON file instead of the clip's, or none");
     app.add_option("--max-luminance", o.max_luminance, "mastering peak in cd/m2, instead of the clip's")
         ->check(CLI::Range(1.0, 10000.0));

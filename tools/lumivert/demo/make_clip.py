@@ -140,7 +140,7 @@ def main(target):
                   f"master-display={display}:max-cll={brightest},{average}")
     source = ["-f", "rawvideo", "-pix_fmt", "yuv420p10le", "-s", f"{WIDTH}x{HEIGHT}", "-r", str(RATE), "-i", "-"]
     tags = ["-color_primaries", "bt2020", "-color_trc", "smpte2084", "-colorspace", "bt2020nc", "-color_range", "tv"]
-    encoded = subprocess.run(["ffmpeg", "-v", "error", *source, *tags, "-c:v", "libx265", "-preset", "slow", "-crf", "20",
+    encoded = subprocess.run(["ffmpeg", "-v", "error", *source, *tags, "-c:v", "libx265", "-preset", "slow", "-crf", "14",
                               "-x265-params", parameters, "-f", "hevc", "-"],
                              input=b"".join(map(yuv420p10, pictures)), stdout=subprocess.PIPE, check=True).stdout
     with tempfile.NamedTemporaryFile(suffix=".hevc") as raw:

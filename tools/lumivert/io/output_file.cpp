@@ -72,17 +72,24 @@ OutputStream::~OutputStream() {
 
 void OutputStream::write(const void* data, size_t size) {
     const auto* bytes = static_cast<const uint8_t*>(data);
-    buffer_.insert(buffer_.end(), bytes, bytes + size);
-    if (buffer_.size() >= buffer_size) flush();
+    if (buffer_.size() + size > buffer_size) flush();
+    if (size >= buffer_size)
+        write_through(bytes, size);
+    else
+        buffer_.insert(buffer_.end(), bytes, bytes + size);
 }
 
-void OutputStream::flush() {
-    for (size_t written = 0; written < buffer_.size();) {
-        const ssize_t count = ::write(fd_, buffer_.data() + written, buffer_.size() - written);
+void OutputStream::write_through(const uint8_t* data, size_t size) {
+    for (size_t written = 0; written < size;) {
+        const ssize_t count = ::write(fd_, data + written, size - written);
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) throw system_error(label_);
         written += static_cast<size_t>(count);
     }
+}
+
+void OutputStream::flush() {
+    write_through(buffer_.data(), buffer_.size());
     buffer_.clear();
 }
 

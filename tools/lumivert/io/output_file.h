@@ -41,6 +41,7 @@ public:
 
 private:
     void flush();
+    void write_through(const uint8_t* data, size_t size);
 
     std::string label_;
     std::unique_ptr<PendingFile> file_;

@@ -25,8 +25,9 @@ public:
     EncoderSink(const OutputSpec& spec, const char* container)
         : path_(spec.path), deep_(spec.format == P010_LINEAR),
           // RGB becomes limited-range video, as every player expects; samples that are Y'CbCr already stay as they are.
-          range_(spec.format == RGBA ? AVCOL_RANGE_MPEG : spec.range),
-          planar_(spec.format, spec.width, spec.height, deep_ ? AV_PIX_FMT_YUV420P10LE : AV_PIX_FMT_YUV420P, range_) {
+          range_(spec.format == RGBA ? AVCOL_RANGE_MPEG : spec.colour.range),
+          planar_(spec.format, spec.width, spec.height, deep_ ? AV_PIX_FMT_YUV420P10LE : AV_PIX_FMT_YUV420P,
+                  spec.colour.matrix, range_) {
         if (spec.path != "-") file_ = std::make_unique<PendingFile>(spec.path);
         AVFormatContext* muxer = nullptr;
         check(avformat_alloc_output_context2(&muxer, nullptr, container, nullptr), path_);
@@ -43,6 +44,7 @@ public:
             stream_->codecpar->codec_tag = MKTAG('h', 'v', 'c', '1');
         add_rotation(spec.clip);
         const std::string target = file_ ? "file:" + file_->name() : "pipe:1";
+        muxer->url = av_strdup(target.c_str()); // read again to move the index to the front
         check(avio_open(&muxer->pb, target.c_str(), AVIO_FLAG_WRITE), path_);
         av_opt_set(muxer->priv_data, "movflags", "+faststart", 0);
         check(avformat_write_header(muxer, nullptr), path_);
@@ -75,9 +77,9 @@ private:
         e.time_base = spec.clip.time_base;
         e.framerate = spec.clip.frame_rate;
         e.sample_aspect_ratio = spec.clip.sample_aspect_ratio;
-        e.color_primaries = AVCOL_PRI_BT709;
-        e.color_trc = AVCOL_TRC_BT709;
-        e.colorspace = AVCOL_SPC_BT709;
+        e.color_primaries = spec.colour.primaries;
+        e.color_trc = spec.colour.transfer;
+        e.colorspace = spec.colour.matrix;
         e.color_range = range_;
         e.chroma_sample_location = AVCHROMA_LOC_LEFT;
         if ((muxer_->oformat->flags & AVFMT_GLOBALHEADER) != 0) e.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;

@@ -15,15 +15,16 @@ AVPixelFormat av_format(_Image_ColorFormat format) {
     }
 }
 
-PixelConverter::PixelConverter(_Image_ColorFormat from, int width, int height, AVPixelFormat to, AVColorRange range)
+PixelConverter::PixelConverter(_Image_ColorFormat from, int width, int height, AVPixelFormat to, AVColorSpace matrix,
+                               AVColorRange range)
     : frame_(av_frame_alloc()),
       scaler_(sws_getContext(width, height, av_format(from), width, height, to,
                              SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP, nullptr, nullptr,
                              nullptr)) {
     if (!scaler_) throw Error("FFmpeg cannot convert the pictures to the output's pixel format");
-    const int* bt709 = sws_getCoefficients(SWS_CS_ITU709);
+    const int* weights = sws_getCoefficients(static_cast<int>(matrix)); // numbered alike
     const bool full = range == AVCOL_RANGE_JPEG;
-    sws_setColorspaceDetails(scaler_.get(), bt709, full, bt709, full, 0, 1 << 16, 1 << 16);
+    sws_setColorspaceDetails(scaler_.get(), weights, full, weights, full, 0, 1 << 16, 1 << 16);
     frame_->format = to;
     frame_->width = width;
     frame_->height = height;

@@ -7,11 +7,12 @@
 namespace lumivert::tool {
 
 /// Repacks pictures exactly where only the packing differs (P010 and NV12 to planes), and converts between RGB and
-/// BT.709 Y'CbCr where a writer needs the other.
+/// Y'CbCr where a writer needs the other.
 class PixelConverter {
 public:
-    /// `range` of the Y'CbCr side, on whichever side that is.
-    PixelConverter(_Image_ColorFormat from, int width, int height, AVPixelFormat to, AVColorRange range);
+    /// `matrix` and `range` are those of the Y'CbCr side, whichever that is.
+    PixelConverter(_Image_ColorFormat from, int width, int height, AVPixelFormat to, AVColorSpace matrix,
+                   AVColorRange range);
 
     /// The converted frame, valid until the next call; its buffers are never changed after they were handed on.
     AVFrame& convert(const Picture& picture);

@@ -42,7 +42,8 @@ private:
 class PngSink : public FrameSink {
 public:
     explicit PngSink(const OutputSpec& spec)
-        : pattern_(spec.path), rgb_(spec.format, spec.width, spec.height, AV_PIX_FMT_RGB24, spec.range) {}
+        : pattern_(spec.path),
+          rgb_(spec.format, spec.width, spec.height, AV_PIX_FMT_RGB24, spec.colour.matrix, spec.colour.range) {}
 
     void write(const Picture& picture) override {
         if (written_++ > 0 && !pattern_.numbered())

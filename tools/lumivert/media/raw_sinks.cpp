@@ -14,9 +14,15 @@ public:
 
     void write(const Picture& picture) override {
         const FormatInfo& format = info_of(picture.format);
-        for (int plane = 0; plane < format.planes; ++plane)
-            for (int y = 0; y < plane_rows(plane, picture.height); ++y)
-                out_.write(row(picture, plane, y), static_cast<size_t>(picture.width) * format.row_bytes);
+        const size_t row_bytes = static_cast<size_t>(picture.width) * format.row_bytes;
+        for (int plane = 0; plane < format.planes; ++plane) {
+            const int rows = plane_rows(plane, picture.height);
+            if (picture.width == picture.pitch)
+                out_.write(picture.plane[plane], rows * row_bytes);
+            else
+                for (int y = 0; y < rows; ++y)
+                    out_.write(row(picture, plane, y), row_bytes);
+        }
     }
     void finish() override { out_.commit(); }
 
@@ -29,13 +35,13 @@ public:
     explicit Y4mSink(const OutputSpec& spec)
         : deep_(spec.format == P010_LINEAR), out_(spec.path),
           planar_(spec.format, spec.width, spec.height, deep_ ? AV_PIX_FMT_YUV420P10LE : AV_PIX_FMT_YUV420P,
-                  spec.range) {
+                  spec.colour.matrix, spec.colour.range) {
         char header[200];
         const AVRational aspect = spec.clip.sample_aspect_ratio;
         std::snprintf(header, sizeof header, "YUV4MPEG2 W%d H%d F%d:%d Ip A%d:%d %s XCOLORRANGE=%s\n", spec.width,
                       spec.height, spec.clip.frame_rate.num, spec.clip.frame_rate.den, aspect.num,
                       aspect.num == 0 ? 0 : aspect.den, deep_ ? "C420p10 XYSCSS=420P10" : "C420mpeg2 XYSCSS=420MPEG2",
-                      spec.range == AVCOL_RANGE_JPEG ? "FULL" : "LIMITED");
+                      spec.colour.range == AVCOL_RANGE_JPEG ? "FULL" : "LIMITED");
         out_.write(header);
     }
 

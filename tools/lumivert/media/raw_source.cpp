@@ -43,15 +43,12 @@ public:
     bool read(const Planes& p010, const Geometry& geometry, SourceFrame& out) override {
         out.number = out.pts = number_;
         const size_t before = bytes_;
-        const size_t row = static_cast<size_t>(geometry.width) * 2, pitch = static_cast<size_t>(geometry.pitch) * 2;
-        for (int plane = 0; plane < 2; ++plane) {
-            uint8_t* data = (plane == 0 ? p010.first : p010.second).data();
-            for (int y = 0; y < plane_rows(plane, geometry.height); ++y)
-                if (!read_fully(data + y * pitch, row)) {
-                    if (bytes_ != before || bytes_ == 0) refuse(static_cast<int64_t>(bytes_));
-                    return false;
-                }
-        }
+        for (int plane = 0; plane < 2; ++plane)
+            if (!read_plane((plane == 0 ? p010.first : p010.second).data(), plane_rows(plane, geometry.height),
+                            geometry)) {
+                if (bytes_ != before || bytes_ == 0) refuse(static_cast<int64_t>(bytes_));
+                return false;
+            }
         ++number_;
         return true;
     }
@@ -62,6 +59,14 @@ public:
     }
 
 private:
+    bool read_plane(uint8_t* data, int rows, const Geometry& geometry) {
+        const size_t row = static_cast<size_t>(geometry.width) * 2, pitch = static_cast<size_t>(geometry.pitch) * 2;
+        if (row == pitch) return read_fully(data, rows * row);
+        for (int y = 0; y < rows; ++y)
+            if (!read_fully(data + y * pitch, row)) return false;
+        return true;
+    }
+
     /// False at the end of the data, with what was there counted in `bytes_`.
     bool read_fully(uint8_t* data, size_t size) {
         for (size_t done = 0; done < size;) {

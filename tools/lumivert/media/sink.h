@@ -10,11 +10,19 @@
 
 namespace lumivert::tool {
 
+/// How samples are meant.
+struct ColourTags {
+    AVColorPrimaries primaries;
+    AVColorTransferCharacteristic transfer;
+    AVColorSpace matrix;
+    AVColorRange range; ///< of P010 and NV12 samples
+};
+
 /// What a writer needs to know before the first frame.
 struct OutputSpec {
     std::string path; ///< "-" for standard output
     _Image_ColorFormat format;
-    AVColorRange range; ///< of P010 and NV12 samples
+    ColourTags colour;
     int width, height;
     ClipInfo clip;             ///< times, aspect and rotation are handed on
     std::string codec, preset; ///< video files: empty for the default
