@@ -18,8 +18,8 @@ decltype(&clImportMemoryARM) native_import(cl_context context) {
     cl_device_id device = nullptr;
     cl_platform_id platform = nullptr;
     size_t length = 0;
-    DRIVER(clGetContextInfo)(context, CL_CONTEXT_DEVICES, sizeof(device), &device, nullptr);
-    DRIVER(clGetDeviceInfo)(device, CL_DEVICE_PLATFORM, sizeof(platform), &platform, nullptr);
+    DRIVER(clGetContextInfo)(context, CL_CONTEXT_DEVICES, sizeof(cl_device_id), &device, nullptr);
+    DRIVER(clGetDeviceInfo)(device, CL_DEVICE_PLATFORM, sizeof(cl_platform_id), &platform, nullptr);
     DRIVER(clGetDeviceInfo)(device, CL_DEVICE_EXTENSIONS, 0, nullptr, &length);
     std::string extensions(length, '\0');
     DRIVER(clGetDeviceInfo)(device, CL_DEVICE_EXTENSIONS, length, extensions.data(), nullptr);

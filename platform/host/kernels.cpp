@@ -80,8 +80,8 @@ cl_int clReleaseKernel(cl_kernel kernel) {
 cl_int clSetKernelArg(cl_kernel kernel, cl_uint index, size_t size, const void* value) {
     if (const cl_int status = check(kernel)) return status;
     cl_mem memory = nullptr;
-    if (value && size == sizeof(memory)) std::memcpy(&memory, value, size);
-    if (size != sizeof(memory) || !takes_memory(kernel, index, memory))
+    if (value && size == sizeof(cl_mem)) std::memcpy(&memory, value, size);
+    if (size != sizeof(cl_mem) || !takes_memory(kernel, index, memory))
         return DRIVER(clSetKernelArg)(kernel, index, size, value);
 
     if (memory && check(memory) != CL_SUCCESS) return CL_INVALID_MEM_OBJECT;

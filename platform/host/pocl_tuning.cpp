@@ -76,7 +76,7 @@ void tune_compiler(cl_device_id device) {
 
 const char* prelude(cl_context context) {
     cl_device_id device = nullptr; // contexts of several devices are left alone
-    if (DRIVER(clGetContextInfo)(context, CL_CONTEXT_DEVICES, sizeof(device), &device, nullptr) != CL_SUCCESS)
+    if (DRIVER(clGetContextInfo)(context, CL_CONTEXT_DEVICES, sizeof(cl_device_id), &device, nullptr) != CL_SUCCESS)
         return nullptr;
     return is_cpu(device) ? relaxed_powr : nullptr;
 }
@@ -84,7 +84,7 @@ const char* prelude(cl_context context) {
 size_t row_of_work_group(cl_command_queue queue, cl_uint dimensions, const size_t* global) {
     cl_device_id device = nullptr;
     size_t largest = 1;
-    DRIVER(clGetCommandQueueInfo)(queue, CL_QUEUE_DEVICE, sizeof(device), &device, nullptr);
+    DRIVER(clGetCommandQueueInfo)(queue, CL_QUEUE_DEVICE, sizeof(cl_device_id), &device, nullptr);
     DRIVER(clGetDeviceInfo)(device, CL_DEVICE_MAX_WORK_GROUP_SIZE, sizeof(largest), &largest, nullptr);
     if (dimensions != 2 || !global || !is_cpu(device)) return 0;
     // PoCL's own choice splits odd widths into a few columns, too short to vectorise: two to seven times slower. A

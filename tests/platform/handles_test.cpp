@@ -12,9 +12,9 @@ protected:
         kernel = clCreateKernel(program, "fill", nullptr);
         out = clCreateBuffer(context, CL_MEM_READ_WRITE, 64, nullptr, nullptr);
         in = clCreateBuffer(context, CL_MEM_READ_WRITE, 64, nullptr, nullptr);
-        clSetKernelArg(kernel, 0, sizeof(out), &out);
+        clSetKernelArg(kernel, 0, sizeof(cl_mem), &out);
         clSetKernelArg(kernel, 1, sizeof(int), &one);
-        clSetKernelArg(kernel, 2, sizeof(in), &in);
+        clSetKernelArg(kernel, 2, sizeof(cl_mem), &in);
     }
 
     void TearDown() override {
@@ -68,7 +68,7 @@ TEST_F(Handles, NullOnesGetTheirCodes) {
     EXPECT_EQ(launch(nullptr), CL_INVALID_KERNEL);
     EXPECT_EQ(clEnqueueNDRangeKernel(nullptr, kernel, 1, nullptr, &size, nullptr, 0, nullptr, nullptr),
               CL_INVALID_COMMAND_QUEUE);
-    EXPECT_EQ(clSetKernelArg(nullptr, 0, sizeof(out), &out), CL_INVALID_KERNEL);
+    EXPECT_EQ(clSetKernelArg(nullptr, 0, sizeof(cl_mem), &out), CL_INVALID_KERNEL);
     EXPECT_EQ(clFinish(nullptr), CL_INVALID_COMMAND_QUEUE);
     EXPECT_EQ(clEnqueueWriteBuffer(nullptr, out, CL_TRUE, 0, 4, &one, 0, nullptr, nullptr), CL_INVALID_COMMAND_QUEUE);
     EXPECT_EQ(clEnqueueWriteBuffer(queue, nullptr, CL_TRUE, 0, 4, &one, 0, nullptr, nullptr), CL_INVALID_MEM_OBJECT);
@@ -112,7 +112,7 @@ TEST_F(Handles, AReleasedBufferHasNoReferences) {
     EXPECT_EQ(count, 0u);
     EXPECT_EQ(clReleaseMemObject(out), CL_INVALID_MEM_OBJECT);
     EXPECT_EQ(clRetainMemObject(out), CL_INVALID_MEM_OBJECT);
-    EXPECT_EQ(clSetKernelArg(kernel, 0, sizeof(out), &out), CL_INVALID_MEM_OBJECT);
+    EXPECT_EQ(clSetKernelArg(kernel, 0, sizeof(cl_mem), &out), CL_INVALID_MEM_OBJECT);
 }
 
 TEST_F(Handles, SecondReleasesOfAnythingAreRefused) {
@@ -130,11 +130,11 @@ TEST_F(Handles, SecondReleasesOfAnythingAreRefused) {
 
 TEST_F(Handles, ALaunchNeedsLiveBuffers) {
     const cl_mem none = nullptr;
-    EXPECT_EQ(clSetKernelArg(kernel, 2, sizeof(none), &none), CL_SUCCESS) << "OpenCL allows null buffers";
+    EXPECT_EQ(clSetKernelArg(kernel, 2, sizeof(cl_mem), &none), CL_SUCCESS) << "OpenCL allows null buffers";
     EXPECT_EQ(launch(kernel), CL_INVALID_KERNEL_ARGS);
-    EXPECT_EQ(clSetKernelArg(kernel, 2, sizeof(in), nullptr), CL_SUCCESS);
+    EXPECT_EQ(clSetKernelArg(kernel, 2, sizeof(cl_mem), nullptr), CL_SUCCESS);
     EXPECT_EQ(launch(kernel), CL_INVALID_KERNEL_ARGS);
-    EXPECT_EQ(clSetKernelArg(kernel, 2, sizeof(in), &in), CL_SUCCESS);
+    EXPECT_EQ(clSetKernelArg(kernel, 2, sizeof(cl_mem), &in), CL_SUCCESS);
     EXPECT_EQ(launch(kernel), CL_SUCCESS);
 
     clReleaseMemObject(in);
@@ -142,7 +142,7 @@ TEST_F(Handles, ALaunchNeedsLiveBuffers) {
     // A new buffer, often at the same address, is not the one that was bound.
     in = clCreateBuffer(context, CL_MEM_READ_WRITE, 64, nullptr, nullptr);
     EXPECT_EQ(launch(kernel), CL_INVALID_KERNEL_ARGS);
-    EXPECT_EQ(clSetKernelArg(kernel, 2, sizeof(in), &in), CL_SUCCESS);
+    EXPECT_EQ(clSetKernelArg(kernel, 2, sizeof(cl_mem), &in), CL_SUCCESS);
     EXPECT_EQ(launch(kernel), CL_SUCCESS);
 }
 
@@ -151,16 +151,16 @@ TEST_F(Handles, BuffersAreKnownInAProgramLoadedFromItsBinary) {
     ASSERT_EQ(clGetProgramInfo(program, CL_PROGRAM_BINARY_SIZES, sizeof(size), &size, nullptr), CL_SUCCESS);
     std::vector<unsigned char> binary(size);
     unsigned char* data = binary.data();
-    ASSERT_EQ(clGetProgramInfo(program, CL_PROGRAM_BINARIES, sizeof(data), &data, nullptr), CL_SUCCESS);
+    ASSERT_EQ(clGetProgramInfo(program, CL_PROGRAM_BINARIES, sizeof(unsigned char*), &data, nullptr), CL_SUCCESS);
     const unsigned char* loaded = data;
     cl_program cached = clCreateProgramWithBinary(context, 1, &device, &size, &loaded, nullptr, nullptr);
     ASSERT_EQ(clBuildProgram(cached, 0, nullptr, nullptr, nullptr, nullptr), CL_SUCCESS);
     cl_kernel fill = clCreateKernel(cached, "fill", nullptr);
     const cl_mem none = nullptr;
-    clSetKernelArg(fill, 0, sizeof(out), &out);
+    clSetKernelArg(fill, 0, sizeof(cl_mem), &out);
     clSetKernelArg(fill, 1, sizeof(one), &one);
     EXPECT_EQ(launch(fill), CL_INVALID_KERNEL_ARGS) << "an argument never set";
-    clSetKernelArg(fill, 2, sizeof(none), &none);
+    clSetKernelArg(fill, 2, sizeof(cl_mem), &none);
     EXPECT_EQ(launch(fill), CL_INVALID_KERNEL_ARGS);
     clReleaseKernel(fill);
     clReleaseProgram(cached);

@@ -176,24 +176,23 @@ TEST_F(ImportMemory, KeepsABoundedNumberOfIdleMappings) {
 }
 
 TEST_F(ImportMemory, MayBeUsedFromSeveralThreads) {
-    std::vector<std::thread> threads;
     const Plane shared(8192);
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&, t] {
-            const Plane own(4096);
-            for (int i = 0; i < 100; ++i) {
-                int fd = own.fd, both = shared.fd;
-                cl_mem mine = clImportMemoryARM(context, CL_MEM_READ_WRITE, dma_buf, &fd, 4096, nullptr);
-                cl_mem ours = clImportMemoryARM(context, CL_MEM_READ_WRITE, dma_buf, &both, 8192, nullptr);
-                const int value = t * 1000 + i;
-                clEnqueueWriteBuffer(queue, mine, CL_TRUE, 0, sizeof(value), &value, 0, nullptr, nullptr);
-                int seen = -1;
-                EXPECT_EQ(pread(own.fd, &seen, sizeof(seen), 0), static_cast<ssize_t>(sizeof(seen)));
-                EXPECT_EQ(seen, value);
-                EXPECT_EQ(clReleaseMemObject(mine), CL_SUCCESS);
-                EXPECT_EQ(clReleaseMemObject(ours), CL_SUCCESS);
-            }
-        });
+    const auto work = [&](int thread) {
+        const Plane own(4096);
+        for (int i = 0; i < 100; ++i) {
+            int fd = own.fd, both = shared.fd;
+            cl_mem mine = clImportMemoryARM(context, CL_MEM_READ_WRITE, dma_buf, &fd, 4096, nullptr);
+            cl_mem ours = clImportMemoryARM(context, CL_MEM_READ_WRITE, dma_buf, &both, 8192, nullptr);
+            const int value = thread * 1000 + i;
+            int seen = -1;
+            clEnqueueWriteBuffer(queue, mine, CL_TRUE, 0, sizeof(value), &value, 0, nullptr, nullptr);
+            EXPECT_EQ(pread(own.fd, &seen, sizeof(seen), 0), static_cast<ssize_t>(sizeof(seen)));
+            EXPECT_EQ(seen, value);
+            EXPECT_EQ(clReleaseMemObject(mine), CL_SUCCESS);
+            EXPECT_EQ(clReleaseMemObject(ours), CL_SUCCESS);
+        }
+    };
+    std::thread threads[] = {std::thread(work, 1), std::thread(work, 2), std::thread(work, 3)};
     for (std::thread& thread : threads)
         thread.join();
 }

@@ -21,9 +21,9 @@ protected:
         const size_t bytes = in.size() * sizeof(float), items = in.size() / width;
         cl_mem a = clCreateBuffer(context, CL_MEM_USE_HOST_PTR, bytes, base.data(), nullptr);
         cl_mem r = clCreateBuffer(context, CL_MEM_READ_WRITE, bytes, nullptr, nullptr);
-        clSetKernelArg(kernel, 0, sizeof(a), &a);
+        clSetKernelArg(kernel, 0, sizeof(cl_mem), &a);
         clSetKernelArg(kernel, 1, sizeof(exponent), &exponent);
-        clSetKernelArg(kernel, 2, sizeof(r), &r);
+        clSetKernelArg(kernel, 2, sizeof(cl_mem), &r);
         EXPECT_EQ(clEnqueueNDRangeKernel(queue, kernel, 1, nullptr, &items, nullptr, 0, nullptr, nullptr), CL_SUCCESS);
         EXPECT_EQ(clEnqueueReadBuffer(queue, r, CL_TRUE, 0, bytes, result.data(), 0, nullptr, nullptr), CL_SUCCESS);
         clReleaseMemObject(a);
@@ -36,8 +36,8 @@ protected:
 
 TEST_F(PoclTuning, PowrIsCloseToThePowerForEveryVector) {
     std::vector<float> bases{0.0f, 1.0f, FLT_MIN, 0.5f, std::nextafter(0.5f, 0.0f), std::nextafter(1.0f, 0.0f), 2.0f};
-    while (bases.size() < 12 * 1000)
-        bases.push_back(std::exp(-10.0f * bases.size() / (12 * 1000))); // down to 4.5e-5
+    while (bases.size() < 12000)
+        bases.push_back(std::exp(-10.0f * bases.size() / 12000)); // down to 4.5e-5
     // 1/m2 and 1/m1 of SMPTE ST 2084, and the display's encoding.
     for (const float exponent : {0.0126833135156559f, 6.2773946360153259f, 0.45f}) {
         for (const int width : {1, 3, 4}) {
@@ -75,7 +75,7 @@ TEST_F(PoclTuning, LaunchesWithoutALocalSizeCoverEveryWidth) {
         std::vector<int> counts(3 * width, 6);
         const size_t size[] = {width, 3}, bytes = counts.size() * sizeof(int);
         cl_mem buffer = clCreateBuffer(context, CL_MEM_COPY_HOST_PTR, bytes, counts.data(), nullptr);
-        clSetKernelArg(kernel, 0, sizeof(buffer), &buffer);
+        clSetKernelArg(kernel, 0, sizeof(cl_mem), &buffer);
         ASSERT_EQ(clEnqueueNDRangeKernel(queue, kernel, 2, nullptr, size, nullptr, 0, nullptr, nullptr), CL_SUCCESS);
         clEnqueueReadBuffer(queue, buffer, CL_TRUE, 0, bytes, counts.data(), 0, nullptr, nullptr);
         EXPECT_EQ(counts, std::vector<int>(3 * width, 7)) << width;
