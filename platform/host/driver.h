@@ -12,3 +12,13 @@
         static const auto next = reinterpret_cast<decltype(&::name)>(dlsym(RTLD_NEXT, #name));                         \
         return next;                                                                                                   \
     }())
+
+namespace lumivert::platform {
+
+inline bool is_cpu(cl_device_id device) {
+    cl_device_type type = 0;
+    DRIVER(clGetDeviceInfo)(device, CL_DEVICE_TYPE, sizeof(type), &type, nullptr);
+    return type & CL_DEVICE_TYPE_CPU;
+}
+
+} // namespace lumivert::platform

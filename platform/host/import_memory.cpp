@@ -1,42 +1,47 @@
 // clImportMemoryARM for drivers without cl_arm_import_memory (Khronos extension 38).
 #include <cstdint>
-#include <optional>
+#include <mutex>
 #include <string>
+#include <unordered_map>
 
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include "driver.h"
 #include "handles.h"
+#include "imports.h"
 #include "mappings.h"
 
 namespace lumivert::platform {
 namespace {
 
-/// The driver's own import, where it has one.
-decltype(&clImportMemoryARM) native_import(cl_context context) {
+cl_device_id device_of(cl_context context) {
     cl_device_id device = nullptr;
-    cl_platform_id platform = nullptr;
-    size_t length = 0;
     DRIVER(clGetContextInfo)(context, CL_CONTEXT_DEVICES, sizeof(cl_device_id), &device, nullptr);
-    DRIVER(clGetDeviceInfo)(device, CL_DEVICE_PLATFORM, sizeof(cl_platform_id), &platform, nullptr);
+    return device;
+}
+
+/// The driver's own import, where it has one.
+decltype(&clImportMemoryARM) native_import(cl_device_id device) {
+    size_t length = 0;
     DRIVER(clGetDeviceInfo)(device, CL_DEVICE_EXTENSIONS, 0, nullptr, &length);
     std::string extensions(length, '\0');
     DRIVER(clGetDeviceInfo)(device, CL_DEVICE_EXTENSIONS, length, extensions.data(), nullptr);
     if (extensions.find("cl_arm_import_memory") == std::string::npos) return nullptr;
+    cl_platform_id platform = nullptr;
+    DRIVER(clGetDeviceInfo)(device, CL_DEVICE_PLATFORM, sizeof(cl_platform_id), &platform, nullptr);
     return reinterpret_cast<decltype(&clImportMemoryARM)>(
         DRIVER(clGetExtensionFunctionAddressForPlatform)(platform, "clImportMemoryARM"));
 }
 
-/// The kind of memory that the properties name; nothing for a list that is not understood.
-std::optional<cl_import_properties_arm> import_type(const cl_import_properties_arm* properties) {
+/// The kind of memory that the properties name; 0 for a list that is not understood.
+cl_import_properties_arm import_type(const cl_import_properties_arm* properties) {
     cl_import_properties_arm type = CL_IMPORT_TYPE_HOST_ARM;
     for (; properties && *properties; properties += 2) {
-        if (properties[0] != CL_IMPORT_TYPE_ARM) return std::nullopt;
+        if (properties[0] != CL_IMPORT_TYPE_ARM) return 0;
         type = properties[1];
     }
-    if (type != CL_IMPORT_TYPE_HOST_ARM && type != CL_IMPORT_TYPE_DMA_BUF_ARM) return std::nullopt;
-    return type;
+    return type == CL_IMPORT_TYPE_HOST_ARM || type == CL_IMPORT_TYPE_DMA_BUF_ARM ? type : 0;
 }
 
 /// Whether every page of the range is mapped: msync answers that without touching the memory.
@@ -45,50 +50,74 @@ bool is_mapped(void* memory, size_t size) {
     return size <= PTRDIFF_MAX && msync(static_cast<char*>(memory) - before, before + size, MS_ASYNC) == 0;
 }
 
-Mappings& mappings() {
-    static auto& kept = *new Mappings; // never destroyed: objects may be released while the process ends
-    return kept;
+/// What all imports share. Never destroyed: objects may be released while the process ends.
+struct Imports {
+    Mappings mappings;
+    std::mutex mutex; // for what follows
+    std::unordered_map<cl_mem, HostMemory> copied;
+};
+
+Imports& imports() {
+    static auto& all = *new Imports;
+    return all;
 }
 
-void CL_CALLBACK let_mapping_go(cl_mem, void* mapping) {
-    mappings().let_go(static_cast<Mappings::Mapping*>(mapping));
+void CL_CALLBACK let_go(cl_mem memory, void* mapping) {
+    {
+        const std::lock_guard lock(imports().mutex);
+        imports().copied.erase(memory);
+    }
+    if (mapping) imports().mappings.let_go(static_cast<Mappings::Mapping*>(mapping));
 }
 
-cl_mem import_descriptor(cl_context context, cl_mem_flags flags, int fd, size_t size, cl_int* status) {
-    Mappings::Mapping* mapping = mappings().acquire(fd, size);
-    if (!mapping) {
-        *status = CL_INVALID_OPERATION;
+/// A buffer over `host`; `mapping`, where there is one, is let go with it.
+cl_mem wrap(cl_context context, cl_mem_flags flags, HostMemory host, Mappings::Mapping* mapping, cl_int* status) {
+    cl_bool shares_memory = CL_FALSE;
+    DRIVER(clGetDeviceInfo)
+    (device_of(context), CL_DEVICE_HOST_UNIFIED_MEMORY, sizeof(shares_memory), &shares_memory, nullptr);
+    flags &= ~static_cast<cl_mem_flags>(CL_MEM_USE_HOST_PTR); // the extension ignores it
+    cl_mem memory = shares_memory
+                        ? DRIVER(clCreateBuffer)(context, flags | CL_MEM_USE_HOST_PTR, host.size, host.address, status)
+                        : DRIVER(clCreateBuffer)(context, flags, host.size, nullptr, status);
+    if (!memory) {
+        if (mapping) imports().mappings.let_go(mapping);
         return nullptr;
     }
-    cl_mem memory = DRIVER(clCreateBuffer)(context, flags | CL_MEM_USE_HOST_PTR, size, mapping->address, status);
-    if (memory) *status = DRIVER(clSetMemObjectDestructorCallback)(memory, let_mapping_go, mapping);
-    if (*status == CL_SUCCESS) return memory;
-    if (memory) DRIVER(clReleaseMemObject)(memory);
-    mappings().let_go(mapping);
-    return nullptr;
+    if (!shares_memory) {
+        const std::lock_guard lock(imports().mutex);
+        imports().copied[memory] = host;
+    }
+    DRIVER(clSetMemObjectDestructorCallback)(memory, let_go, mapping);
+    return memory;
 }
 
 /// The extension's errors: INVALID_PROPERTY for the list, INVALID_VALUE for flags, a null pointer and a size of 0,
-/// INVALID_OPERATION where the range cannot be mapped. The object reads and writes the caller's memory itself.
+/// INVALID_OPERATION where the range cannot be mapped.
 cl_mem import(cl_context context, cl_mem_flags flags, const cl_import_properties_arm* properties, void* memory,
               size_t size, cl_int* status) {
-    if (const auto native = native_import(context)) return native(context, flags, properties, memory, size, status);
+    if (const auto native = native_import(device_of(context)))
+        return native(context, flags, properties, memory, size, status);
 
-    const auto type = import_type(properties);
-    if (!type)
-        *status = CL_INVALID_PROPERTY;
-    else if (!memory || size == 0 || (flags & (CL_MEM_ALLOC_HOST_PTR | CL_MEM_COPY_HOST_PTR)))
-        *status = CL_INVALID_VALUE;
-    else if (*type == CL_IMPORT_TYPE_DMA_BUF_ARM)
-        return import_descriptor(context, flags, *static_cast<const int*>(memory), size, status);
-    else if (!is_mapped(memory, size))
-        *status = CL_INVALID_OPERATION;
-    else
-        return DRIVER(clCreateBuffer)(context, flags | CL_MEM_USE_HOST_PTR, size, memory, status);
-    return nullptr;
+    const cl_import_properties_arm type = import_type(properties);
+    *status = CL_INVALID_PROPERTY;
+    if (!type) return nullptr;
+    *status = CL_INVALID_VALUE;
+    if (!memory || size == 0 || (flags & (CL_MEM_ALLOC_HOST_PTR | CL_MEM_COPY_HOST_PTR))) return nullptr;
+    *status = CL_INVALID_OPERATION;
+    if (type == CL_IMPORT_TYPE_HOST_ARM)
+        return is_mapped(memory, size) ? wrap(context, flags, {memory, size}, nullptr, status) : nullptr;
+    Mappings::Mapping* mapping = imports().mappings.acquire(*static_cast<const int*>(memory), size);
+    return mapping ? wrap(context, flags, {mapping->address, size}, mapping, status) : nullptr;
 }
 
 } // namespace
+
+std::optional<HostMemory> copied_from(cl_mem memory) {
+    const std::lock_guard lock(imports().mutex);
+    const auto host = imports().copied.find(memory);
+    return host == imports().copied.end() ? std::nullopt : std::optional(host->second);
+}
+
 } // namespace lumivert::platform
 
 cl_mem clImportMemoryARM(cl_context context, cl_mem_flags flags, const cl_import_properties_arm* properties,

@@ -1,11 +1,14 @@
 // Kernels, their arguments and their launches.
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <mutex>
 #include <unordered_map>
+#include <vector>
 
 #include "driver.h"
 #include "handles.h"
+#include "imports.h"
 #include "pocl_tuning.h"
 
 namespace lumivert::platform {
@@ -20,11 +23,13 @@ public:
         bound_[live<cl_kernel>().serial(kernel)][index] = {memory, live<cl_mem>().serial(memory)};
     }
 
-    bool all_live(cl_kernel kernel) {
+    /// The objects bound to a kernel, null for those that are null or dead.
+    std::vector<cl_mem> of(cl_kernel kernel) {
         const std::lock_guard lock(mutex_);
+        std::vector<cl_mem> objects;
         for (const auto& [index, bound] : bound_[live<cl_kernel>().serial(kernel)])
-            if (!bound.serial || bound.serial != live<cl_mem>().serial(bound.memory)) return false;
-        return true;
+            objects.push_back(bound.serial == live<cl_mem>().serial(bound.memory) ? bound.memory : nullptr);
+        return objects;
     }
 
     void forget(uint64_t kernel_serial) {
@@ -45,6 +50,16 @@ private:
 Bindings& bindings() {
     static auto& all = *new Bindings;
     return all;
+}
+
+/// Moves the bytes of imports that the device works on as copies: to the device before a launch, back after it.
+template <class Transfer>
+cl_int transfer(Transfer driver, cl_command_queue queue, const std::vector<cl_mem>& objects) {
+    cl_int status = CL_SUCCESS;
+    for (cl_mem object : objects)
+        if (const auto host = copied_from(object); host && status == CL_SUCCESS)
+            status = driver(queue, object, CL_FALSE, 0, host->size, host->address, 0, nullptr, nullptr);
+    return status;
 }
 
 /// Whether this argument is a buffer or an image. Programs loaded from a binary that some other build wrote may not
@@ -94,15 +109,16 @@ cl_int clEnqueueNDRangeKernel(cl_command_queue queue, cl_kernel kernel, cl_uint 
                               const size_t* global, const size_t* local, cl_uint num_events, const cl_event* events,
                               cl_event* event) {
     if (const cl_int status = check_all(queue, kernel)) return status;
-    if (!bindings().all_live(kernel)) return CL_INVALID_KERNEL_ARGS;
+    const std::vector<cl_mem> objects = bindings().of(kernel);
+    if (std::count(objects.begin(), objects.end(), nullptr)) return CL_INVALID_KERNEL_ARGS;
+    if (const cl_int status = transfer(DRIVER(clEnqueueWriteBuffer), queue, objects)) return status;
+
+    const size_t rows[] = {local ? 0 : row_of_work_group(queue, dimensions, global), 1};
     const auto launch = [&](const size_t* group) {
         return DRIVER(clEnqueueNDRangeKernel)(queue, kernel, dimensions, offset, global, group, num_events, events,
                                               event);
     };
-    if (const size_t row = local ? 0 : row_of_work_group(queue, dimensions, global)) {
-        const size_t rows[] = {row, 1};
-        const cl_int status = launch(rows);
-        if (status != CL_INVALID_WORK_GROUP_SIZE) return status; // else the kernel prescribes another
-    }
-    return launch(local);
+    cl_int status = launch(rows[0] ? rows : local);
+    if (rows[0] && status == CL_INVALID_WORK_GROUP_SIZE) status = launch(local); // the kernel prescribes another
+    return status ? status : transfer(DRIVER(clEnqueueReadBuffer), queue, objects);
 }

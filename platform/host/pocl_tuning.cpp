@@ -8,12 +8,6 @@
 namespace lumivert::platform {
 namespace {
 
-bool is_cpu(cl_device_id device) {
-    cl_device_type type = 0;
-    DRIVER(clGetDeviceInfo)(device, CL_DEVICE_TYPE, sizeof(type), &type, nullptr);
-    return type & CL_DEVICE_TYPE_CPU;
-}
-
 /// powr(x, y) as exp2(y * log2(x)), which relaxed math allows, inline and branch-free. PoCL calls a function for every
 /// powr, exact to the last bit, and one for every floor, rint and convert_int: none of them vectorises. Vectors are
 /// taken apart, as a vector in the loop over work-items would keep it from being widened.
