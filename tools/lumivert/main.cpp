@@ -1,6 +1,5 @@
 #include <exception>
 #include <iostream>
-#include <vector>
 
 #include "commands/commands.h"
 #include "engine/library_log.h"
@@ -13,33 +12,9 @@ namespace {
 
 using namespace lumivert::tool;
 
-struct Entry {
-    const char* name;
-    const char* about;
-    Command (*add)(CLI::App&);
-};
-
-constexpr Entry commands[] = {
-    {"convert", "Convert an HDR10 or HDR10+ clip to SDR", add_convert},
-    {"probe", "Tell what a clip and its metadata are like", add_probe},
-    {"metadata", "Extract HDR10+ metadata as JSON", add_metadata},
-    {"curve", "Draw the tone curve of a frame", add_curve},
-    {"compare", "Compare two pictures or clips", add_compare},
-    {"bench", "Measure the converter on this machine", add_bench},
-    {"devices", "List OpenCL devices", add_devices},
-};
-
 int run(int argc, char** argv) {
     CLI::App app("HDR10 and HDR10+ to SDR, as a device's codec has it converted.", "lumivert");
-    app.set_version_flag("--version", LUMIVERT_VERSION);
-    app.require_subcommand(1);
-    app.fallthrough();
-    app.add_flag("-v,--verbose", verbose, "show what the library and FFmpeg log");
-    std::vector<std::pair<CLI::App*, Command>> added;
-    for (const Entry& entry : commands) {
-        CLI::App* command = app.add_subcommand(entry.name, entry.about);
-        added.emplace_back(command, entry.add(*command));
-    }
+    const auto added = add_commands(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

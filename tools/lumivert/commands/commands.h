@@ -2,6 +2,8 @@
 #pragma once
 
 #include <functional>
+#include <utility>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -17,5 +19,8 @@ Command add_curve(CLI::App& app);
 Command add_compare(CLI::App& app);
 Command add_bench(CLI::App& app);
 Command add_devices(CLI::App& app);
+
+/// Adds all of them, and what they share. The command that was asked for is the one that `parsed()`.
+std::vector<std::pair<CLI::App*, Command>> add_commands(CLI::App& app);
 
 } // namespace lumivert::tool
