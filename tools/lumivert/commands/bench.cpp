@@ -10,13 +10,14 @@
 #include <random>
 
 #include <nlohmann/json.hpp>
+#include <sys/resource.h>
 
 #include "commands/options.h"
 #include "engine/converter.h"
+#include "engine/rgba_stage.h"
 #include "error.h"
 #include "io/cleanup.h"
 #include "io/progress.h"
-#include "report.h"
 
 namespace lumivert::tool {
 namespace {
@@ -24,23 +25,29 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 struct Options {
-    std::vector<std::string> sizes = {"1920x1080", "3840x2160"};
-    std::string device;
+    std::vector<std::string> sizes = {"1920x1080", "3840x2160"}, only;
+    std::string device, child;
     int rounds = 20;
-    bool json = false, startup_only = false;
+    bool json = false;
+
+    bool wants(const std::string& name) const {
+        return only.empty() || std::find(only.begin(), only.end(), name) != only.end();
+    }
 };
 
-/// Milliseconds of each round.
+double quantile(std::vector<double> values, double part) {
+    std::sort(values.begin(), values.end());
+    return values[static_cast<size_t>(part * static_cast<double>(values.size() - 1) + 0.5)];
+}
+
+double median(const std::vector<double>& values) {
+    return quantile(values, 0.5);
+}
+
+/// Milliseconds of each turn.
 struct Series {
     std::string name;
     std::vector<double> ms;
-
-    double quantile(double part) const {
-        std::vector<double> sorted = ms;
-        std::sort(sorted.begin(), sorted.end());
-        return sorted[static_cast<size_t>(part * static_cast<double>(sorted.size() - 1) + 0.5)];
-    }
-    double median() const { return quantile(0.5); }
 };
 
 template <typename Work>
@@ -50,7 +57,15 @@ double time_ms(Work work) {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-/// One way through the converter, as the results name it.
+/// What is timed, as the results name it.
+struct Subject {
+    std::string name;
+    int turns; ///< in each round: more for what takes a millisecond or two
+    std::function<void()> run;
+};
+constexpr int quick = 5, slow = 1;
+
+/// One way through the converter.
 struct Path {
     const char* name;
     Mode mode;
@@ -69,15 +84,6 @@ constexpr Path paths[] = {
     {"stage.fused", Mode::hdr10plus, Entry::retained, RGBA},
 };
 
-/// Stages that only show as the difference of two paths.
-struct Stage {
-    const char *name, *with, *without;
-};
-constexpr Stage stages[] = {
-    {"stage.nv12", "hdr10plus.nv12.retained", "stage.fused"},
-    {"stage.p010", "hdr10plus.p010.pool", "hdr10plus.rgba.pool"},
-};
-
 void fill_with_noise(const Planes& p010) {
     std::minstd_rand random(1);
     for (const Plane* plane : {&p010.first, &p010.second}) {
@@ -88,81 +94,115 @@ void fill_with_noise(const Planes& p010) {
     }
 }
 
-std::vector<Series> measure(const Geometry& geometry, const Device& device, int rounds) {
-    const Planes source(P010_LINEAR, geometry);
-    fill_with_noise(source);
+Subject copy_of_a_frame(const Geometry& geometry) {
     const size_t bytes = frame_bytes(P010_LINEAR, geometry.pitch, geometry.height);
-    const std::vector<uint8_t> from(bytes, 1);
-    std::vector<uint8_t> to(bytes);
-    std::vector<Series> all(1);
-    all[0].name = "memcpy";
+    const auto from = std::make_shared<std::vector<uint8_t>>(bytes, 1),
+               to = std::make_shared<std::vector<uint8_t>>(bytes);
+    return {"memcpy", quick, [=] { std::memcpy(to->data(), from->data(), bytes); }};
+}
 
-    struct Runner {
-        std::unique_ptr<Converter> converter;
-        std::unique_ptr<Planes> in, out;
-    };
-    std::vector<Runner> runners;
-    for (const Path& path : paths) {
-        all.push_back({path.name, {}});
-        runners.push_back({std::make_unique<Converter>(geometry, path.mode, path.entry, device),
-                           std::make_unique<Planes>(P010_LINEAR, geometry),
-                           std::make_unique<Planes>(path.format, geometry)});
-        fill_with_noise(*runners.back().in);
-    }
-    const Record record = default_record(1000, 1000);
-    // The paths take turns, so that what disturbs the machine for a while disturbs all of them. The first round warms
-    // up and does not count.
-    Progress progress(rounds);
-    for (int round = 0; round <= rounds; ++round) {
-        const auto keep = [&](Series& series, double ms) {
-            if (round > 0) series.ms.push_back(ms);
-        };
-        keep(all[0], time_ms([&] { std::memcpy(to.data(), from.data(), bytes); }));
-        for (size_t i = 0; i < runners.size(); ++i) {
-            const Runner& r = runners[i];
-            keep(all[i + 1], time_ms([&] { r.converter->convert(*r.in, *r.out, &record, {1000, 1000}); }));
-        }
-        progress.update(round);
-    }
-    for (const Stage& stage : stages) {
-        const auto find = [&](const char* name) {
-            return *std::find_if(all.begin(), all.end(), [&](const Series& s) { return s.name == name; });
-        };
-        const Series with = find(stage.with), without = find(stage.without);
-        Series difference{stage.name, {}};
-        for (size_t i = 0; i < with.ms.size(); ++i)
-            difference.ms.push_back(with.ms[i] - without.ms[i]);
-        all.push_back(std::move(difference));
-    }
+Subject whole_path(const Path& path, const Geometry& geometry, const Device& device) {
+    const auto converter = std::make_shared<Converter>(geometry, path.mode, path.entry, device);
+    const auto in = std::make_shared<Planes>(P010_LINEAR, geometry),
+               out = std::make_shared<Planes>(path.format, geometry);
+    fill_with_noise(*in);
+    return {path.name, path.mode == Mode::static_table ? quick : slow, [=, record = default_record(1000, 1000)] {
+                converter->convert(*in, *out, &record, {1000, 1000});
+            }};
+}
+
+Subject rgba_stage(const char* name, const Geometry& geometry, _Image_ColorFormat format) {
+    const auto stage = std::make_shared<RgbaStage>(geometry, format);
+    return {name, quick, [=] { stage->run(); }};
+}
+
+/// The first is the copy, which others are compared with.
+std::vector<Subject> subjects(const Geometry& geometry, const Device& device, const Options& options) {
+    std::vector<Subject> all = {copy_of_a_frame(geometry)};
+    for (const Path& path : paths)
+        if (options.wants(path.name)) all.push_back(whole_path(path, geometry, device));
+    if (options.wants("stage.nv12")) all.push_back(rgba_stage("stage.nv12", geometry, NV12));
+    if (options.wants("stage.p010")) all.push_back(rgba_stage("stage.p010", geometry, P010_LINEAR));
     return all;
 }
 
-/// Starts a converter in a process of its own: drivers keep what they compiled as long as a process lives.
-double startup_ms(const std::string& folder) {
-    const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
-    setenv("XDG_CACHE_HOME", folder.c_str(), 1);
-    setenv("POCL_CACHE_DIR", (folder + "/pocl").c_str(), 1);
-    FILE* child = popen(("'" + self + "' bench --startup-only").c_str(), "r");
-    double ms = 0;
-    const bool told = child != nullptr && std::fscanf(child, "%lf", &ms) == 1;
-    if (child == nullptr || pclose(child) != 0 || !told) throw Error("a converter could not be started");
-    return ms;
+/// All take turns, so that what disturbs the machine for a while disturbs all of them. The first round warms up and
+/// does not count.
+std::vector<Series> measure(const std::vector<Subject>& all, int rounds) {
+    std::vector<Series> results;
+    for (const Subject& subject : all)
+        results.push_back({subject.name, {}});
+    Progress progress(rounds);
+    for (int round = 0; round <= rounds; ++round) {
+        for (int turn = 0; turn < quick; ++turn)
+            for (size_t i = 0; i < all.size(); ++i) {
+                if (turn >= all[i].turns) continue;
+                const double ms = time_ms(all[i].run);
+                if (round > 0) results[i].ms.push_back(ms);
+            }
+        progress.update(round);
+    }
+    return results;
 }
 
-struct Startup {
-    double cold, cached;
+/// What a converter costs beside its frames.
+struct Footprint {
+    double init_ms, first_frame_ms, peak_mib;
 };
 
-Startup measure_startup() {
-    std::string folder = (std::filesystem::temp_directory_path() / "lumivert-bench.XXXXXX").string();
-    if (mkdtemp(folder.data()) == nullptr) throw system_error(folder);
-    remove_at_exit(folder);
-    Startup result = {};
-    result.cold = startup_ms(folder);
-    result.cached = startup_ms(folder);
-    std::filesystem::remove_all(folder);
-    keep_at_exit(folder);
-    return result;
+/// In a child process: starts a converter, converts a few frames and prints the footprint.
+int be_child(const Options& options, const Device& device) {
+    const Size size = parse_size(options.child);
+    const Geometry geometry(size.width, size.height);
+    Converter converter(geometry, Mode::hdr10plus, Entry::pool, device);
+    const Planes in(P010_LINEAR, geometry), out(NV12, geometry);
+    const Record record = default_record(1000, 1000);
+    const auto convert = [&] { converter.convert(in, out, &record, {1000, 1000}); };
+    const double first = time_ms(convert);
+    convert();
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    std::cout << converter.init_ms() << ' ' << first << ' ' << static_cast<double>(usage.ru_maxrss) / 1024 << '\n';
+    return done;
+}
+
+/// A process of its own: drivers keep what they compiled as long as a process lives, and memory's peak never falls.
+Footprint footprint(const std::string& size, const std::string& environment = "") {
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+    FILE* child = popen((environment + "'" + self + "' bench --child " + size).c_str(), "r");
+    Footprint f = {};
+    const bool told =
+        child != nullptr && std::fscanf(child, "%lf %lf %lf", &f.init_ms, &f.first_frame_ms, &f.peak_mib) == 3;
+    if (child == nullptr || pclose(child) != 0 || !told) throw Error("a converter could not be started");
+    return f;
+}
+
+/// A way to start, and what earlier runs have left for it.
+struct Start {
+    const char *name, *about;
+    std::vector<double> init_ms, first_frame_ms;
+};
+
+std::vector<Start> measure_starts(int rounds) {
+    std::vector<Start> starts = {{"cold", "from source", {}, {}},
+                                 {"cached", "from the cached program", {}, {}},
+                                 {"warm", "from the cached program, the driver's cache warm", {}, {}}};
+    for (int round = 0; round < rounds; ++round) {
+        std::string folder = (std::filesystem::temp_directory_path() / "lumivert-bench.XXXXXX").string();
+        if (mkdtemp(folder.data()) == nullptr) throw system_error(folder);
+        remove_at_exit(folder);
+        for (Start& start : starts) {
+            // Only the last one finds what the driver has kept of the one before.
+            if (&start != &starts.back()) std::filesystem::remove_all(folder + "/pocl");
+            const Footprint f =
+                footprint("64x64", "XDG_CACHE_HOME='" + folder + "' POCL_CACHE_DIR='" + folder + "/pocl' ");
+            start.init_ms.push_back(f.init_ms);
+            start.first_frame_ms.push_back(f.first_frame_ms);
+        }
+        std::filesystem::remove_all(folder);
+        keep_at_exit(folder);
+    }
+    return starts;
 }
 
 nlohmann::ordered_json to_json(const Size& size, const std::vector<Series>& all) {
@@ -171,57 +211,58 @@ nlohmann::ordered_json to_json(const Size& size, const std::vector<Series>& all)
         entries.push_back({{"name", series.name},
                            {"width", size.width},
                            {"height", size.height},
-                           {"ms", {{"median", series.median()}, {"p99", series.quantile(0.99)}}},
-                           {"frames_per_s", 1000 / series.median()},
-                           {"memcpy_ratio", series.median() / all[0].median()}});
+                           {"ms", {{"median", median(series.ms)}, {"p99", quantile(series.ms, 0.99)}}},
+                           {"memcpy_ratio", median(series.ms) / median(all[0].ms)}});
     return entries;
 }
 
-void print_table(const Size& size, const std::vector<Series>& all) {
-    std::printf("\n%-26s %10s %10s %10s %10s\n",
-                (std::to_string(size.width) + "x" + std::to_string(size.height)).c_str(), "median ms", "99 % ms",
-                "frames/s", "x memcpy");
+void print_table(const std::string& size, const std::vector<Series>& all) {
+    std::printf("\n%-26s %10s %10s %10s %10s\n", size.c_str(), "median ms", "99 % ms", "frames/s", "x memcpy");
     for (const Series& series : all)
-        std::printf("  %-24s %10.2f %10.2f %10.1f %10.2f\n", series.name.c_str(), series.median(),
-                    series.quantile(0.99), 1000 / series.median(), series.median() / all[0].median());
+        std::printf("  %-24s %10.2f %10.2f %10.1f %10.2f\n", series.name.c_str(), median(series.ms),
+                    quantile(series.ms, 0.99), 1000 / median(series.ms), median(series.ms) / median(all[0].ms));
+    std::fflush(stdout);
 }
 
 int run(const Options& options) {
     choose_device(options.device);
     const Device device = used_device();
-    if (options.startup_only) {
-        std::cout << Converter(Geometry(64, 64), Mode::static_table, Entry::pool, device).init_ms() << '\n';
-        return done;
-    }
-    std::vector<Size> sizes;
-    for (const std::string& size : options.sizes)
-        sizes.push_back(parse_size(size));
+    if (!options.child.empty()) return be_child(options, device);
+
+    nlohmann::ordered_json document = {{"device",
+                                        {{"name", device.name},
+                                         {"platform", device.platform},
+                                         {"version", device.version},
+                                         {"driver", device.driver},
+                                         {"native_import", device.native_import}}},
+                                       {"results", nlohmann::ordered_json::array()}};
     if (!options.json)
         std::cout << device.name << ", " << device.platform << ", " << device.version << ", driver " << device.driver
                   << ", buffer import " << (device.native_import ? "native" : "emulated") << std::endl;
-    nlohmann::ordered_json results = nlohmann::ordered_json::array();
-    for (const Size& size : sizes) {
-        const auto all = measure(Geometry(size.width, size.height), device, options.rounds);
-        if (options.json)
-            for (auto& entry : to_json(size, all))
-                results.push_back(entry);
-        else
-            print_table(size, all);
+    for (const std::string& name : options.sizes) {
+        const Size size = parse_size(name);
+        const auto all = measure(subjects(Geometry(size.width, size.height), device, options), options.rounds);
+        for (auto& entry : to_json(size, all))
+            document["results"].push_back(entry);
+        if (!options.json) print_table(name, all);
     }
-    const Startup startup = measure_startup();
-    if (options.json)
-        std::cout << nlohmann::ordered_json{{"device",
-                                             {{"name", device.name},
-                                              {"platform", device.platform},
-                                              {"version", device.version},
-                                              {"driver", device.driver},
-                                              {"native_import", device.native_import}}},
-                                            {"results", results},
-                                            {"init_ms", {{"cold", startup.cold}, {"cached", startup.cached}}}}
-                         .dump(2)
-                  << '\n';
-    else
-        std::printf("\ninit from source %.1f ms, from the cached program %.1f ms\n", startup.cold, startup.cached);
+    if (options.only.empty()) {
+        if (!options.json) std::printf("\n%-50s %10s %16s\n", "start (64x64)", "init ms", "first frame ms");
+        for (const Start& start : measure_starts(std::min(options.rounds, 5))) {
+            document["init_ms"][start.name] = median(start.init_ms);
+            document["first_frame_ms"][start.name] = median(start.first_frame_ms);
+            if (!options.json)
+                std::printf("  %-48s %10.1f %16.1f\n", start.about, median(start.init_ms),
+                            median(start.first_frame_ms));
+        }
+        if (!options.json) std::printf("\npeak memory of a process that converts HDR10+ frames to NV12\n");
+        for (const std::string& size : options.sizes) {
+            const double peak = footprint(size).peak_mib;
+            document["peak_memory_mib"][size] = peak;
+            if (!options.json) std::printf("  %-48s %10.0f MiB\n", size.c_str(), peak);
+        }
+    }
+    if (options.json) std::cout << document.dump(2) << '\n';
     return done;
 }
 
@@ -231,12 +272,12 @@ Command add_bench(CLI::App& app) {
     auto options = std::make_shared<Options>();
     Options& o = *options;
     app.add_option("--size", o.sizes, "frame sizes; 1920x1080 and 3840x2160 unless given");
+    app.add_option("--only", o.only, "measure these results and memcpy, no start and no memory");
     app.add_option("--rounds", o.rounds, "frames per path")->check(CLI::Range(1, 100000));
     app.add_option("--device", o.device, "part of an OpenCL device's name or number");
     app.add_flag("--json", o.json, "one JSON document");
-    app.add_flag("--startup-only", o.startup_only)->group(""); // what bench starts itself with
-    app.footer("stage.nv12 and stage.p010 are differences of two paths.\n\nExample:\n"
-               "  lumivert bench --size 1920x1080 --json > bench.json");
+    app.add_option("--child", o.child)->group(""); // what bench starts itself with
+    app.footer("Example:\n  lumivert bench --size 1920x1080 --json > bench.json");
     return [options] { return run(*options); };
 }
 

@@ -71,6 +71,7 @@ public:
     const ClipInfo& info() const { return reader_.info(); }
     const std::string& path() const { return reader_.path(); }
     AVPixelFormat format() const { return format_; }
+    void report() const { reader_.report(); }
 
     /// The next frame, or null.
     const AVFrame* next() {
@@ -252,7 +253,8 @@ int run(const Options& options) {
             progress.update(result.frames);
         }
     }
-    warn_of_ffmpeg_errors(a.path() + " or " + b.path());
+    a.report();
+    b.report();
     if (!options.picture.empty() && result.worst.frame >= 0) draw(options.picture, result.worst);
     if (options.json) {
         print_json(result, frames);

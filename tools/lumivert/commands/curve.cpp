@@ -47,7 +47,7 @@ std::vector<FrameRecord> read_records(const std::string& input, int64_t last) {
     RecordTrack track;
     for (ClipFrame frame; static_cast<int64_t>(frames.size()) <= last && clip.next(frame);)
         take(track, frame.number, frame.record, default_record(fixed.mastering_peak, fixed.max_cll));
-    warn_of_ffmpeg_errors(clip.path());
+    clip.report();
     return frames;
 }
 

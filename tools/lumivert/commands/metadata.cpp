@@ -25,7 +25,7 @@ int run(const Options& options) {
             ++frames;
         }
     }
-    warn_of_ffmpeg_errors(clip.path());
+    clip.report();
     if (records.empty()) throw Error(clip.path() + ": no HDR10+ metadata in " + counted(frames, "frame"));
     const auto missing = frames - static_cast<int64_t>(records.size());
     if (missing > 0)

@@ -166,7 +166,7 @@ int run(const Options& options) {
         for (ClipFrame frame; clip.next(frame); progress.update(plus.frames))
             plus.add(frame);
     }
-    warn_of_ffmpeg_errors(clip.path());
+    clip.report();
     const auto lines = warnings_about(clip.info(), plus);
     (options.json ? print_json : print_text)(clip.path(), clip.info(), plus, lines);
     return lines.empty() ? status_so_far() : done_with_warnings;

@@ -2,11 +2,11 @@
 # run.sh LUMIVERT FOLDER: converts the demo clip and a test frame, draws the curves, and tells what it did.
 set -eu
 tool=$(realpath "$1")
+scripts=$(dirname "$(realpath "$0")")
+clip=$scripts/demo.mp4
+export PYTHONDONTWRITEBYTECODE=1
 mkdir -p "$2"
-cd "$(dirname "$0")"
-clip=$PWD/demo.mp4
-scripts=$PWD
-cd "$OLDPWD" && cd "$2"
+cd "$2"
 
 say() { printf '\n%s\n' "$*"; }
 # Runs the tool with the arguments after the first, a word that its lines get in place of its name. The lines come
@@ -27,10 +27,10 @@ say "1. A clip with HDR10+: three scenes of a second each, a new record nearly e
 "$tool" probe "$clip" | sed '1d'
 tell "converted" convert "$clip" -o clip-sdr.mp4
 tell "metadata " metadata "$clip" -o clip-hdr10plus.json
-for scene in 06:room 36:sky 60:night; do
+for scene in 6:room 36:sky 60:night; do
     frame=${scene%:*} name=${scene#*:}
-    still "${frame#0}" none "clip-$name-before.png"
-    still "${frame#0}" hdr10plus "clip-$name-after.png"
+    still "$frame" none "clip-$name-before.png"
+    still "$frame" hdr10plus "clip-$name-after.png"
 done
 "$tool" curve "$clip" --frame 36 -o clip-curve.png
 "$tool" curve "$clip" --all -o clip-curves-over-time.png

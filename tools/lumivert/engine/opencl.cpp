@@ -2,8 +2,6 @@
 
 #include <cstdlib>
 
-#include <CL/cl.h>
-
 #include "error.h"
 
 namespace lumivert::tool {
@@ -38,7 +36,9 @@ std::vector<Handle> all(Query query) {
     return handles;
 }
 
-/// As the converter asks: one GPU of the first platform. The host platform answers with what it has been told to use.
+} // namespace
+
+// As the converter asks: one GPU of the first platform. The host platform answers with what it has been told to use.
 cl_device_id device_in_use() {
     cl_platform_id platform = nullptr;
     cl_device_id device = nullptr;
@@ -46,8 +46,6 @@ cl_device_id device_in_use() {
     clGetDeviceIDs(platform, CL_DEVICE_TYPE_GPU, 1, &device, nullptr);
     return device;
 }
-
-} // namespace
 
 std::vector<Device> list_devices() {
     const cl_device_id used = device_in_use();

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include <CL/cl.h>
+
 namespace lumivert::tool {
 
 struct Device {
@@ -17,6 +19,9 @@ std::vector<Device> list_devices();
 
 /// The device that a converter would take; an error when there is none.
 Device used_device();
+
+/// The same device for OpenCL calls; null when there is none.
+cl_device_id device_in_use();
 
 /// Asks for a device: part of its number, platform or name. Empty: the default, a GPU before others.
 void choose_device(const std::string& wanted);

@@ -29,6 +29,9 @@ private:
     int lock_ = -1;
 };
 
+/// The compiled program of the converter that this process made last.
+std::string cached_program();
+
 /// Where compiled programs are kept: $XDG_CACHE_HOME/lumivert or ~/.cache/lumivert.
 std::string cache_folder();
 

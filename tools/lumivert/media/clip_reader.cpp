@@ -1,6 +1,7 @@
 #include "media/clip_reader.h"
 
 #include <algorithm>
+#include <utility>
 
 extern "C" {
 #include <libavutil/hdr_dynamic_metadata.h>
@@ -9,6 +10,7 @@ extern "C" {
 }
 
 #include "error.h"
+#include "report.h"
 
 namespace lumivert::tool {
 namespace {
@@ -79,6 +81,7 @@ ClipReader::ClipReader(const std::string& path, const std::optional<RawLayout>& 
     decoder_->thread_count = 0;
     decoder_->pkt_timebase = stream.time_base;
     check(avcodec_open2(decoder_.get(), codec, nullptr), path_);
+    next_packet_ = read_packet();
     FramePtr first = decode();
     if (!first) throw Error(path_ + ": no frame in it can be decoded");
     describe(*first);
@@ -109,9 +112,39 @@ void ClipReader::describe(const AVFrame& first) {
     info_.static_metadata = static_metadata_of(first);
 }
 
+PacketPtr ClipReader::read_packet() {
+    PacketPtr packet(av_packet_alloc());
+    while (av_read_frame(demuxer_.get(), packet.get()) >= 0) {
+        if (packet->stream_index == stream_) return packet;
+        av_packet_unref(packet.get());
+    }
+    return nullptr; // FFmpeg has logged it where the data ends too early
+}
+
+bool ClipReader::is_cut_off(const AVPacket& last) const {
+    if (decoder_->codec_id != AV_CODEC_ID_HEVC) return false;
+    const QuietFfmpeg quiet; // the frames that this one builds on are missing here, which is no news
+    const CodecPtr strict(avcodec_alloc_context3(decoder_->codec));
+    check(avcodec_parameters_to_context(strict.get(), demuxer_->streams[stream_]->codecpar), path_);
+    strict->err_recognition = AV_EF_EXPLODE;
+    strict->thread_count = 1;
+    return avcodec_open2(strict.get(), decoder_->codec, nullptr) == 0 &&
+           avcodec_send_packet(strict.get(), &last) == AVERROR_INVALIDDATA;
+}
+
+void ClipReader::feed_decoder() {
+    const PacketPtr packet = std::exchange(next_packet_, nullptr);
+    if (packet) next_packet_ = read_packet();
+    if (packet && !next_packet_ && is_cut_off(*packet)) ++damaged_;
+    const int result = avcodec_send_packet(decoder_.get(), packet.get());
+    if (result == AVERROR_INVALIDDATA)
+        ++damaged_;
+    else if (result != AVERROR_EOF)
+        check(result, path_);
+}
+
 FramePtr ClipReader::decode() {
     FramePtr frame(av_frame_alloc());
-    const PacketPtr packet(av_packet_alloc());
     while (true) {
         const int result = avcodec_receive_frame(decoder_.get(), frame.get());
         if (result == 0) {
@@ -119,20 +152,20 @@ FramePtr ClipReader::decode() {
             return frame;
         }
         if (result == AVERROR_EOF) return nullptr;
-        if (result != AVERROR(EAGAIN)) check(result, path_);
-        const int read = draining_ ? AVERROR_EOF : av_read_frame(demuxer_.get(), packet.get());
-        if (read < 0) {
-            // What was read so far is decoded to its end; FFmpeg has logged why a cut-off file ends here.
-            draining_ = true;
-            avcodec_send_packet(decoder_.get(), nullptr);
-            continue;
-        }
-        if (packet->stream_index == stream_) {
-            const int sent = avcodec_send_packet(decoder_.get(), packet.get());
-            if (sent < 0 && sent != AVERROR_INVALIDDATA) check(sent, path_); // a damaged packet costs its frame only
-        }
-        av_packet_unref(packet.get());
+        if (result == AVERROR(EAGAIN))
+            feed_decoder();
+        else if (result == AVERROR_INVALIDDATA)
+            ++damaged_; // costs its frame, not the clip
+        else
+            check(result, path_);
     }
+}
+
+void ClipReader::report() const {
+    const std::string reason = take_ffmpeg_errors();
+    if (damaged_ > 0 || !reason.empty())
+        warn(path_ + ": damaged or cut off" + (damaged_ > 0 ? ": " + counted(damaged_, "bad frame") : "") +
+             (reason.empty() ? "" : " (" + reason + ")"));
 }
 
 bool ClipReader::has_records_within(int count) {

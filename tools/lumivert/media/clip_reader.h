@@ -60,10 +60,15 @@ public:
     /// Looks ahead for HDR10+ in the next `count` frames, which stay to be read.
     bool has_records_within(int count);
 
-    /// Frames that came out of the decoder marked as damaged.
-    int64_t damaged() const { return damaged_; }
+    /// Warns about data that was damaged or missing up to here.
+    void report() const;
 
 private:
+    PacketPtr read_packet();
+    void feed_decoder();
+    /// Whether the clip's last packet ends too early, which a raw HEVC stream does not tell and a lenient decoder
+    /// passes over in silence.
+    bool is_cut_off(const AVPacket& last) const;
     FramePtr decode();
     void describe(const AVFrame& first);
 
@@ -71,7 +76,7 @@ private:
     DemuxerPtr demuxer_;
     CodecPtr decoder_;
     int stream_ = -1;
-    bool draining_ = false;
+    PacketPtr next_packet_; ///< null at the end
     std::deque<FramePtr> ahead_;
     ClipInfo info_;
     int64_t number_ = 0, last_pts_ = AV_NOPTS_VALUE, damaged_ = 0;

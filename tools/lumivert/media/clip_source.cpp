@@ -48,11 +48,7 @@ public:
         return advance(clip, out);
     }
 
-    void report() const override {
-        warn_of_ffmpeg_errors(reader_.path());
-        if (reader_.damaged() > 0)
-            warn(reader_.path() + ": " + counted(reader_.damaged(), "frame") + " decoded from damaged data");
-    }
+    void report() const override { reader_.report(); }
 
 private:
     bool advance(ClipFrame& clip, SourceFrame& out) {

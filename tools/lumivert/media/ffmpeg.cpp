@@ -1,6 +1,7 @@
 #include "media/ffmpeg.h"
 
 #include <mutex>
+#include <utility>
 
 #include "error.h"
 #include "report.h"
@@ -11,6 +12,7 @@ namespace {
 std::mutex mutex;
 std::string first_error;
 long error_count = 0;
+thread_local bool quiet = false;
 
 void on_log(void* context, int level, const char* format, va_list arguments) {
     if (level > (verbose ? AV_LOG_INFO : AV_LOG_ERROR)) return;
@@ -24,7 +26,7 @@ void on_log(void* context, int level, const char* format, va_list arguments) {
     while (!line.empty() && line.back() == '\n')
         line.pop_back();
     detail("FFmpeg: " + line);
-    if (level > AV_LOG_ERROR || line.empty()) return;
+    if (level > AV_LOG_ERROR || line.empty() || quiet) return;
     std::lock_guard lock(mutex);
     if (error_count++ == 0) first_error = line;
 }
@@ -35,12 +37,17 @@ void collect_ffmpeg_log() {
     av_log_set_callback(on_log);
 }
 
-void warn_of_ffmpeg_errors(const std::string& path) {
+QuietFfmpeg::QuietFfmpeg() {
+    quiet = true;
+}
+QuietFfmpeg::~QuietFfmpeg() {
+    quiet = false;
+}
+
+std::string take_ffmpeg_errors() {
     std::lock_guard lock(mutex);
-    if (error_count > 0)
-        warn(path + ": damaged or incomplete: FFmpeg reported " + counted(error_count, "error") +
-             ", the first: " + first_error);
-    error_count = 0;
+    const long count = std::exchange(error_count, 0);
+    return count == 0 ? "" : "FFmpeg reported " + counted(count, "error") + ", the first: " + first_error;
 }
 
 int check(int result, const std::string& path) {

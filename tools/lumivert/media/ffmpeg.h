@@ -34,8 +34,16 @@ using ScalerPtr = std::unique_ptr<SwsContext, FreeScaler>;
 /// Collects FFmpeg's error lines instead of printing them (--verbose prints all).
 void collect_ffmpeg_log();
 
-/// Warns once about the errors collected so far that nobody has thrown: damaged or missing data.
-void warn_of_ffmpeg_errors(const std::string& path);
+/// While it lives, errors that FFmpeg logs in this thread do not count.
+struct QuietFfmpeg {
+    QuietFfmpeg();
+    ~QuietFfmpeg();
+    QuietFfmpeg(const QuietFfmpeg&) = delete;
+    QuietFfmpeg& operator=(const QuietFfmpeg&) = delete;
+};
+
+/// "3 errors, the first: ..." since the last call; empty when there were none.
+std::string take_ffmpeg_errors();
 
 /// Throws "PATH: reason (what FFmpeg logged)" for a negative result; else gives it back.
 int check(int result, const std::string& path);
