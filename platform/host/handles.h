@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <mutex>
+#include <type_traits>
 #include <unordered_map>
 
 #include <CL/cl.h>
