@@ -1,0 +1,160 @@
+/// What the host does for a frame: the curve and its gain table, everything outside OpenCL calls, and imports.
+#include <CL/cl_ext.h>
+#include <android/log.h>
+#include <benchmark/benchmark.h>
+#include <dlfcn.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <memory>
+
+#include "lumivert/converter.h"
+
+namespace {
+
+/// While set, the four OpenCL calls of a frame in retained planes succeed at once: what remains is the host's own work.
+bool device_does_nothing = false;
+
+/// The definition that this program's own one hides.
+template <typename Function>
+Function* hidden(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+// Found before the platform's definitions because they stand in the program itself.
+#define STAND_IN(name, parameters, arguments)                                                                          \
+    cl_int name parameters {                                                                                           \
+        static const auto next = hidden<decltype(name)>(#name);                                                        \
+        return device_does_nothing ? CL_SUCCESS : next arguments;                                                      \
+    }
+STAND_IN(clSetKernelArg, (cl_kernel kernel, cl_uint index, size_t size, const void* value),
+         (kernel, index, size, value))
+STAND_IN(clEnqueueNDRangeKernel,
+         (cl_command_queue queue, cl_kernel kernel, cl_uint dimensions, const size_t* offset, const size_t* global,
+          const size_t* local, cl_uint waits, const cl_event* wait, cl_event* event),
+         (queue, kernel, dimensions, offset, global, local, waits, wait, event))
+STAND_IN(clEnqueueWriteBuffer,
+         (cl_command_queue queue, cl_mem memory, cl_bool blocking, size_t offset, size_t size, const void* from,
+          cl_uint waits, const cl_event* wait, cl_event* event),
+         (queue, memory, blocking, offset, size, from, waits, wait, event))
+STAND_IN(clFinish, (cl_command_queue queue), (queue))
+#undef STAND_IN
+
+namespace {
+
+/// Metadata of an ordinary scene, with a curve of nine anchors or without one.
+HDR10PLUS_DYNAMIC_INFO scene(bool with_curve) {
+    HDR10PLUS_DYNAMIC_INFO info = {};
+    info.display_max_luminance = 400;
+    info.avg_maxrgb = 1000;
+    info.num_maxrgb_percentiles = 9;
+    constexpr uint8_t percentages[] = {1, 5, 10, 25, 50, 75, 90, 95, 99};
+    for (int i = 0; i < 9; ++i) {
+        info.maxrgb_percentages[i] = percentages[i];
+        info.maxrgb_percentiles[i] = 1000 * (i + 1);
+    }
+    for (uint32_t& peak : info.maxscl)
+        peak = 9500;
+    if (with_curve) {
+        info.tone_mapping_flag = 1;
+        info.knee_point_x = 300;
+        info.knee_point_y = 900;
+        info.num_bezier_curve_anchors = 9;
+        for (int i = 0; i < 9; ++i)
+            info.bezier_curve_anchors[i] = static_cast<uint16_t>(400 + 60 * i);
+    }
+    return info;
+}
+
+void curve_and_table(benchmark::State& state, bool with_curve) {
+    HDR10PLUS_DYNAMIC_INFO info = scene(with_curve);
+    float gains[256];
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(info);
+        HDR10PLUS_TM_CURVE curve = {};
+        hdr10plus_meta_to_curve(&curve, &info, 250);
+        hdr10plus_curve_kchoose_preapplied(&curve);
+        hdr10plus_preappliedcurve_to_lut(gains, 256, &curve);
+        benchmark::DoNotOptimize(gains);
+    }
+}
+
+/// Memory with a descriptor, as large as an import of `size` bytes covers.
+class Plane {
+public:
+    explicit Plane(int32_t size) : fd_(memfd_create("plane", MFD_CLOEXEC)), size_(size) {
+        if (fd_ < 0 || ftruncate(fd_, (size + 127) / 128 * 128) != 0) std::abort();
+    }
+    ~Plane() { close(fd_); }
+    Plane(const Plane&) = delete;
+    Plane& operator=(const Plane&) = delete;
+    _MULTIPLANE_t descriptor() const { return {fd_, 0, size_}; }
+
+private:
+    int fd_;
+    int32_t size_;
+};
+
+void retained_frame(benchmark::State& state, _ALGO_t mode) {
+    constexpr int32_t width = 1920, height = 1080;
+    const Plane in_luma(width * height * 2), in_chroma(width * height), luma(width * height),
+        chroma(width * height / 2);
+    _HDR2SDR_config_params_t in = {P010_LINEAR, {in_luma.descriptor(), in_chroma.descriptor()}};
+    _HDR2SDR_config_params_t out = {mode == NORMAL ? NV12 : P010_LINEAR, {luma.descriptor(), chroma.descriptor()}};
+    HDR10PLUS_DYNAMIC_INFO info = scene(true);
+    void* instance = nullptr;
+    if (CL_HDR2SDR_ARM_init(width, height, mode, &instance, 0) != 1)
+        return state.SkipWithError("no OpenCL device, or no place for its program");
+    const auto convert = [&] { return CL_HDR2SDR_ARM_convert(&in, &out, &info, 1000, instance); };
+    convert(); // imports the planes
+    device_does_nothing = true;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(convert());
+    device_does_nothing = false;
+    CL_HDR2SDR_ARM_deinit(instance);
+}
+
+/// One plane in and out again, as a block-pool frame does with each of its four. A codec's pool gives the same few
+/// buffers again and again: `recurring` are those.
+void import(benchmark::State& state, bool recurring) {
+    cl_platform_id platform = nullptr;
+    cl_device_id device = nullptr;
+    clGetPlatformIDs(1, &platform, nullptr);
+    clGetDeviceIDs(platform, CL_DEVICE_TYPE_GPU, 1, &device, nullptr);
+    const cl_context context = clCreateContext(nullptr, 1, &device, nullptr, nullptr, nullptr);
+    const auto size = static_cast<int32_t>(state.range(0));
+    const cl_import_properties_arm properties[] = {CL_IMPORT_TYPE_ARM, CL_IMPORT_TYPE_DMA_BUF_ARM, 0};
+    auto plane = std::make_unique<Plane>(size);
+    for (auto _ : state) {
+        if (!recurring) {
+            state.PauseTiming();
+            plane = std::make_unique<Plane>(size);
+            state.ResumeTiming();
+        }
+        int fd = plane->descriptor().handle;
+        const cl_mem memory =
+            clImportMemoryARM(context, CL_MEM_READ_WRITE, properties, &fd, static_cast<size_t>(size), nullptr);
+        if (memory == nullptr) return state.SkipWithError("an import failed");
+        clReleaseMemObject(memory);
+    }
+    clReleaseContext(context);
+}
+
+} // namespace
+
+BENCHMARK_CAPTURE(curve_and_table, from_metadata, true);
+BENCHMARK_CAPTURE(curve_and_table, generated, false);
+BENCHMARK_CAPTURE(retained_frame, static, HI_JACK);
+BENCHMARK_CAPTURE(retained_frame, hdr10plus_nv12, NORMAL);
+BENCHMARK_CAPTURE(import, recurring, true)->Arg(3840 * 2160 * 2);
+BENCHMARK_CAPTURE(import, first, false)->Arg(3840 * 2160 * 2);
+
+int main(int argc, char** argv) {
+    __android_log_set_minimum_priority(ANDROID_LOG_FATAL); // what init and deinit tell
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+    benchmark::RunSpecifiedBenchmarks();
+}
