@@ -14,9 +14,9 @@
 __kernel void rgba8888_to_p010(__global uchar* in_rgba, __global ushort* p_y, __global ushort* p_uv, const int _W)
 {
     const int8 rgba = load_rgba_block(calc_uchar_ptr(in_rgba, 8 * _W, 16), _W);
-    const int8 y = min(weigh(rgba, 0.2126f * 4.0f, 0.7152f * 4.0f, 0.0722f * 4.0f) + 64, 1023);
-    const int8 u = clamp(weigh(rgba, -0.1146f * 4.0f, -0.3854f * 4.0f, 0.5000f * 4.0f) + 512, 0, 1023);
-    const int8 v = clamp(weigh(rgba, 0.5000f * 4.0f, -0.4542f * 4.0f, -0.0458f * 4.0f) + 512, 0, 1023);
+    const int8 y = limit_to(weigh(rgba, 0.2126f * 4.0f, 0.7152f * 4.0f, 0.0722f * 4.0f) + 64, 1023);
+    const int8 u = limit_to(weigh(rgba, -0.1146f * 4.0f, -0.3854f * 4.0f, 0.5000f * 4.0f) + 512, 1023);
+    const int8 v = limit_to(weigh(rgba, 0.5000f * 4.0f, -0.4542f * 4.0f, -0.0458f * 4.0f) + 512, 1023);
     const ushort8 rows = convert_ushort8(y);
     p_y = calc_ushort_ptr(p_y, 2 * _W, 4);
     store_p010(rows.lo, p_y);

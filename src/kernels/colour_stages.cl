@@ -27,6 +27,12 @@ static inline int8 weigh(int8 rgba, float8 r, float8 g, float8 b)
                         b * convert_float8(rgba >> 16 & 255));
 }
 
+// The limits are vectors as some implementations misread scalar ones.
+static inline int8 limit_to(int8 v, int largest)
+{
+    return clamp(v, (int8)(0), (int8)(largest));
+}
+
 // BT.709 at 8 bits. The chroma weights have five digits in row 0 and four in row 1; on purpose, as any change here
 // shows in the output. Luma keeps its full swing (no 219/255).
 static inline yuv_block rgba_to_yuv8(__global const uchar* in_rgba, int width, int luma_offset_row0)
@@ -34,9 +40,9 @@ static inline yuv_block rgba_to_yuv8(__global const uchar* in_rgba, int width, i
     const int8 rgba = load_rgba_block(in_rgba, width);
     const int8 luma_offset = (int8)((int4)(luma_offset_row0), (int4)(16));
     yuv_block block;
-    block.y = clamp(weigh(rgba, 0.2126f, 0.7152f, 0.0722f) + luma_offset, 0, 255);
-    block.u = clamp(weigh(rgba, by_row(-0.11457f, -0.1146f), by_row(-0.38543f, -0.3854f), 0.5000f) + 128, 0, 255);
-    block.v = clamp(weigh(rgba, 0.5000f, by_row(-0.45415f, -0.4542f), by_row(-0.04585f, -0.0458f)) + 128, 0, 255);
+    block.y = limit_to(weigh(rgba, 0.2126f, 0.7152f, 0.0722f) + luma_offset, 255);
+    block.u = limit_to(weigh(rgba, by_row(-0.11457f, -0.1146f), by_row(-0.38543f, -0.3854f), 0.5000f) + 128, 255);
+    block.v = limit_to(weigh(rgba, 0.5000f, by_row(-0.45415f, -0.4542f), by_row(-0.04585f, -0.0458f)) + 128, 255);
     return block;
 }
 
