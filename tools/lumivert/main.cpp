@@ -38,12 +38,15 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     watch_signals();
+    int status = failed;
     try {
-        const int status = run(argc, argv);
+        status = run(argc, argv);
         std::cout.flush();
-        return status;
+        if (!std::cout) throw Error("standard output: cannot be written");
     } catch (const std::exception& error) {
         tell(error.what());
-        return failed;
+        status = failed;
     }
+    remove_registered();
+    return status;
 }

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "engine/program_cache.h"
 #include "error.h"
 
 namespace lumivert::tool {
@@ -48,6 +49,7 @@ cl_device_id device_in_use() {
 }
 
 std::vector<Device> list_devices() {
+    cache_folder();
     const cl_device_id used = device_in_use();
     // A choice hides the other devices: it is set aside while the list is made.
     const char* chosen = std::getenv(device_variable);

@@ -61,21 +61,6 @@ bool usable(const fs::path& folder) {
     return access(folder.c_str(), W_OK | X_OK) == 0 && fs::space(folder, error).available > room_needed && !error;
 }
 
-/// The per-user folder, or, where that cannot be written or is full, one that lives as long as this process.
-fs::path usable_cache_folder() {
-    if (usable(cache_folder())) return cache_folder();
-    for (const char* place : {"/tmp", "/dev/shm"}) {
-        std::string folder = std::string(place) + "/lumivert.XXXXXX";
-        if (mkdtemp(folder.data()) == nullptr) continue;
-        remove_at_exit(folder);
-        if (!usable(folder)) continue;
-        detail(cache_folder() + " cannot be written; compiling the GPU program anew");
-        setenv("POCL_CACHE_DIR", (folder + "/pocl").c_str(), 0);
-        return folder;
-    }
-    throw Error(cache_folder() + ": no room to keep the compiled GPU program");
-}
-
 std::vector<fs::path> programs(const fs::path& folder) {
     std::vector<fs::path> found;
     for (const auto& entry : fs::directory_iterator(folder))
@@ -96,17 +81,32 @@ std::string cached_program() {
     return contents(found.front());
 }
 
-std::string cache_folder() {
-    const char* cache = std::getenv("XDG_CACHE_HOME");
-    const char* home = std::getenv("HOME");
-    if (cache != nullptr && *cache != '\0') return std::string(cache) + "/lumivert";
-    return std::string(home != nullptr ? home : "/nonexistent") + "/.cache/lumivert";
+const std::string& cache_folder() {
+    static const std::string chosen = [] {
+        const char* cache = std::getenv("XDG_CACHE_HOME");
+        const char* home = std::getenv("HOME");
+        const std::string preferred = cache != nullptr && *cache != '\0'
+                                          ? std::string(cache) + "/lumivert"
+                                          : std::string(home != nullptr ? home : "/nonexistent") + "/.cache/lumivert";
+        if (usable(preferred)) return preferred;
+        for (const char* place : {"/tmp", "/dev/shm"}) {
+            std::string folder = std::string(place) + "/lumivert.XXXXXX";
+            if (mkdtemp(folder.data()) == nullptr) continue;
+            remove_at_exit(folder);
+            if (!usable(folder)) continue;
+            detail(preferred + " cannot be written; compiling the GPU program anew");
+            setenv("POCL_CACHE_DIR", (folder + "/pocl").c_str(), 0); // its own would lie beside ours
+            return folder;
+        }
+        throw Error(preferred + ": no room to keep the compiled GPU program");
+    }();
+    return chosen;
 }
 
 ProgramCache::ProgramCache(const Device& device, bool codec2) {
     const std::string name = program_name(device);
     // A folder for each kind of client: the library keeps one program per folder and deletes others.
-    const fs::path root = usable_cache_folder() / (name + (codec2 ? "-c2" : "-omx"));
+    const fs::path root = fs::path(cache_folder()) / (name + (codec2 ? "-c2" : "-omx"));
     const fs::path media = root / "vendor" / "media";
     std::error_code error;
     fs::create_directories(media, error);

@@ -32,7 +32,8 @@ private:
 /// The compiled program of the converter that this process made last.
 std::string cached_program();
 
-/// Where compiled programs are kept: $XDG_CACHE_HOME/lumivert or ~/.cache/lumivert.
-std::string cache_folder();
+/// Where compiled programs are kept: $XDG_CACHE_HOME/lumivert or ~/.cache/lumivert; or, where that cannot be written or
+/// is full, a folder that goes with this process. To be called before anything of OpenCL: drivers keep files there too.
+const std::string& cache_folder();
 
 } // namespace lumivert::tool

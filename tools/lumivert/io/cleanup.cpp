@@ -33,14 +33,19 @@ void keep_at_exit(const std::string& path) {
     registered.erase(path);
 }
 
-void give_up(const char* line) {
+void remove_registered() {
     // Best effort when the thread that holds the list is the one that broke: the files then stay under their
     // temporary names.
-    if (mutex.try_lock()) {
-        std::error_code ignored;
-        for (const auto& path : registered)
-            std::filesystem::remove_all(path, ignored);
-    }
+    const std::unique_lock lock(mutex, std::try_to_lock);
+    if (!lock) return;
+    std::error_code ignored;
+    for (const auto& path : registered)
+        std::filesystem::remove_all(path, ignored);
+    registered.clear();
+}
+
+void give_up(const char* line) {
+    remove_registered();
     std::fprintf(stderr, "lumivert: %s\n", line);
     _exit(failed);
 }
@@ -58,7 +63,7 @@ void watch_signals() {
     std::thread([set] {
         int signal = 0;
         sigwait(&set, &signal);
-        give_up("interrupted, nothing was written");
+        give_up("interrupted");
     }).detach();
 }
 

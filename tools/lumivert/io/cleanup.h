@@ -13,6 +13,9 @@ void watch_signals();
 void remove_at_exit(const std::string& path);
 void keep_at_exit(const std::string& path);
 
+/// Removes all that is registered: for the end of main.
+void remove_registered();
+
 /// Ends the process at once with `line` and status 2, from any thread.
 [[noreturn]] void give_up(const char* line);
 
