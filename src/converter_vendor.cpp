@@ -3,6 +3,8 @@
 #include <sys/time.h>
 
 #include <cstdlib>
+#include <iterator>
+#include <memory>
 
 #include "lumivert/converter.h"
 #include "normal_convert.h"
@@ -92,6 +94,10 @@ bool initialise(const char* function, Formatter& formatter) {
     }
 }
 
+void log_mode(const char* line) {
+    if (log_enabled(kRegistryBit)) log_debug("%s", line);
+}
+
 /// Whether the instance is ready and both formats are accepted.
 bool accepts(const char* function, const Formatter& formatter, const _HDR2SDR_config_params_t& in,
              const _HDR2SDR_config_params_t& out) {
@@ -127,10 +133,6 @@ bool begin_frame(const char* function, int check_line, Formatter& formatter, con
     dump_planes(formatter, in, P010_LINEAR, "Input_p010.yuv");
     trace_planes(in, "In_params");
     return true;
-}
-
-void log_mode(const char* line) {
-    if (log_enabled(kRegistryBit)) log_debug("%s", line);
 }
 
 /// What both convert calls do after the conversion.

@@ -16,8 +16,8 @@ struct ToneMapping {
     float gains[kGainCount] = {};
 };
 
-/// Samples a curve that `hdr10plus_meta_to_curve` has made.
-void sample_gains(ToneMapping& mapping) {
+/// Makes the gain table of a curve that `hdr10plus_meta_to_curve` has made.
+void fill_gains(ToneMapping& mapping) {
     hdr10plus_curve_kchoose_preapplied(&mapping.curve);
     hdr10plus_preappliedcurve_to_lut(mapping.gains, kGainCount, &mapping.curve);
 }
@@ -129,7 +129,7 @@ void NormalConvert_Retain(const _HDR2SDR_config_params_t* In_params, const _HDR2
 
     ToneMapping mapping;
     hdr10plus_meta_to_curve(&mapping.curve, metadata);
-    sample_gains(mapping);
+    fill_gains(mapping);
     upload_gains(__func__, 273, *formatter, mapping);
 
     tone_map(__func__, 277, 288, *formatter, kernel, in_y, in_uv, mapping.curve);
@@ -153,6 +153,10 @@ void NormalConvert_FetchBlockPool(const _HDR2SDR_config_params_t* In_params, con
 
     cl_mem out_y = nullptr;
     cl_mem out_uv = nullptr;
+    const auto import_output = [&] {
+        out_y = import_plane(*formatter, Out_params->buffer[0]);
+        out_uv = import_plane(*formatter, Out_params->buffer[1]);
+    };
     switch (Out_params->color_format) {
     case RGBA:
         formatter->target_rgba_buffer = import_plane(*formatter, Out_params->buffer[0]);
@@ -160,16 +164,14 @@ void NormalConvert_FetchBlockPool(const _HDR2SDR_config_params_t* In_params, con
                     "formatter->target_rgba_buffer != nullptr");
         break;
     case P010_LINEAR:
+        import_output();
+        fatal_check(out_y != nullptr && out_uv != nullptr, converter_check(371),
+                    "out_p010_y != nullptr && out_p010_uv != nullptr");
+        break;
     case NV12:
-        out_y = import_plane(*formatter, Out_params->buffer[0]);
-        out_uv = import_plane(*formatter, Out_params->buffer[1]);
-        if (Out_params->color_format == P010_LINEAR) {
-            fatal_check(out_y != nullptr && out_uv != nullptr, converter_check(371),
-                        "out_p010_y != nullptr && out_p010_uv != nullptr");
-        } else {
-            fatal_check(out_y != nullptr && out_uv != nullptr, converter_check(364),
-                        "final_nv12_y != nullptr && final_nv12_uv != nullptr");
-        }
+        import_output();
+        fatal_check(out_y != nullptr && out_uv != nullptr, converter_check(364),
+                    "final_nv12_y != nullptr && final_nv12_uv != nullptr");
         break;
     default:
         break; // refused at the second stage
@@ -177,7 +179,7 @@ void NormalConvert_FetchBlockPool(const _HDR2SDR_config_params_t* In_params, con
 
     ToneMapping mapping;
     hdr10plus_meta_to_curve(&mapping.curve, metadata, static_cast<unsigned int>(formatter->mTargetNits));
-    sample_gains(mapping);
+    fill_gains(mapping);
     upload_gains(__func__, 381, *formatter, mapping);
     clFinish(formatter->mQueue);
 

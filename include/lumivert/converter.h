@@ -12,7 +12,7 @@
 ///
 /// **Threads.** The library creates no thread and takes no lock. One instance belongs to one thread at a time;
 /// different instances may run in different threads, but not two inits at once. `debug_level` and the dump request
-/// are shared by all instances of the process and rewritten by every init.
+/// are shared by all instances of the process and rewritten by every init that succeeds.
 ///
 /// **Planes.** P010 planes are 16-bit words with the 10-bit code in the upper bits, NV12 planes are bytes; chroma
 /// interleaves Cb and Cr at half the width and height. All planes are tightly packed: the pitch is the width. In
@@ -23,12 +23,13 @@
 /// **Descriptors** stay the caller's, on success and on failure: the library never closes one. `..._convert` keeps
 /// what it imported, under the descriptor's number alone, until deinit: while the instance lives, a number must go
 /// on naming the same buffer. `..._convert1` lets its imports go before it returns, except the output of an RGBA
-/// frame, whose import stays until the process ends.
+/// frame: its import stays until deinit, and for good once another RGBA frame has followed.
 ///
 /// **Errors.** Entry points report 1 or 0. A refused call says why in the Android log (tag "Lumivert"); so does every
-/// failing OpenCL call inside a conversion, which carries on and still reports 1. Planes without a descriptor or
-/// size, planes that cannot be imported, and a program cache that cannot be written or that the driver refuses end
-/// the process through `__android_log_assert`.
+/// failing OpenCL call inside a conversion, which carries on and still reports 1. These end the process through
+/// `__android_log_assert`: planes without a descriptor or size, planes that cannot be imported or (HDR10+, block pool)
+/// released, a program cache that cannot be written or read or that the driver refuses, and a kernel that cannot be
+/// made even after the program was built anew.
 #ifndef LUMIVERT_CONVERTER_H
 #define LUMIVERT_CONVERTER_H
 
@@ -52,7 +53,8 @@ LUMIVERT_ENUM(_Image_ColorFormat){
     P010_LINEAR = 1, ///< 10-bit 4:2:0, a luma plane and a Cb/Cr plane of 16-bit words
     NV12 = 2,        ///< 8-bit 4:2:0, a luma plane and a Cb/Cr plane of bytes
     RGBA = 3,        ///< 8-bit R, G, B, A per pixel, one plane of 4 x width x height bytes in `buffer[0]`
-    YV12 = 4,           NV21 = 5,
+    YV12 = 4,        ///< not converted
+    NV21 = 5,        ///< not converted
 };
 
 /// What an instance does with its frames.
@@ -77,7 +79,7 @@ typedef struct _HDR2SDR_config_params_t {
 #pragma GCC visibility push(default)
 
 /// Log verbosity, a bit set: 1 error lines of refused calls, 2 modes and the buffer registry, 4 entry, exit and
-/// planes; 2 or more also collects conversion times. Every init sets it from the property
+/// planes; 2 or more also collects conversion times. Every init that succeeds sets it from the property
 /// "vendor.Lumivert.debug.level" (default 1).
 extern int32_t debug_level;
 
@@ -88,7 +90,8 @@ extern int32_t debug_level;
 /// Codec2 instance converts with `..._convert1` only and an OpenMAX instance with `..._convert` only.
 ///
 /// Returns 1 and stores the instance in `*handle_out`, which the caller gives back with `CL_HDR2SDR_ARM_deinit`.
-/// Returns 0 and stores null when the mode is unknown, the program or a kernel cannot be made, or memory runs out.
+/// Returns 0 and stores null when the mode is unknown, there is no usable device, or the gain table or the work
+/// buffers cannot be had.
 int32_t CL_HDR2SDR_ARM_init(uint32_t width, uint32_t height, _ALGO_t mode, void** handle_out, int32_t IsC2Base);
 
 /// Ends an instance and gives back all it holds. A null instance is reported in the log and ignored.
@@ -100,13 +103,16 @@ void CL_HDR2SDR_ARM_deinit(void* instance);
 /// `luminance_nits` is the mastering peak in whole cd/m2: 1001 to 4000 selects the 4000 cd/m2 table, anything else
 /// the 1000 cd/m2 one. In mode `NORMAL` the frame goes to the output planes as NV12 or RGBA, `dynamic_metadata` must
 /// be given and stays the caller's, and `luminance_nits` is not read; P010 output leaves the output planes unwritten.
+/// An RGBA frame's output buffer goes on serving the instance as intermediate: later NV12 and P010 frames, of either
+/// convert call, overwrite it.
 ///
 /// Returns 1 when a conversion ran. Returns 0 for a null instance, an instance that is not initialised, a format
 /// that is not accepted, or missing metadata.
 int32_t CL_HDR2SDR_ARM_convert(_HDR2SDR_config_params_t* In_params, _HDR2SDR_config_params_t* Out_params,
                                HDR10PLUS_DYNAMIC_INFO* dynamic_metadata, uint32_t luminance_nits, void* instance);
 
-/// Converts one frame from block-pool buffers: every plane is imported for this call and released before it returns.
+/// Converts one frame from block-pool buffers: every plane is imported for this call and released before it returns
+/// (but for RGBA output, see **Descriptors**).
 ///
 /// `static_info` points to three values in 0.0001 cd/m2: the mastering display's maximum luminance (selects the table
 /// in mode `HI_JACK`, rounded to whole cd/m2), the luminance the log calls minimum, and the maximum content light
@@ -123,6 +129,8 @@ int32_t CL_HDR2SDR_ARM_convert1(_HDR2SDR_config_params_t* In_params, _HDR2SDR_co
                                 int32_t intervalCnt);
 
 #pragma GCC visibility pop
+
+#undef LUMIVERT_ENUM
 
 #ifdef __cplusplus
 } // extern "C"

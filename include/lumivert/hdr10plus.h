@@ -83,8 +83,8 @@ namespace LIB_HDR10PLUS_META {
 float GetSceneMaxL(const HDR10PLUS_DYNAMIC_INFO* info);
 
 /// Median and 99 % luminance of the scene in cd/m2, each -1 where the distribution does not tell. Points missing
-/// from the distribution are interpolated between their neighbours. The entries at positions 1 and 2 are never
-/// read: in the field they carry other quantities than their percentages say.
+/// from the distribution are interpolated between their neighbours, the upper one at 99.95 %. The entries at positions
+/// 1 and 2 are never read: in the field they carry other quantities than their percentages say.
 void getPercentile_50_99(const HDR10PLUS_DYNAMIC_INFO* info, float& p50, float& p99);
 
 /// Linear ramp from `w0` at `x0` to `w1` at `x1`, constant outside. With `x0` equal to `x1` a step that takes the

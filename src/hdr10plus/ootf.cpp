@@ -122,7 +122,12 @@ void BasisOOTF(HDR10PLUS_TM_CURVE* curve, const HDR10PLUS_DYNAMIC_INFO* info, un
 
     float weight = 0.0f;
     const float p1 = first_anchor(kx, ky, display, scene_peak, &weight);
-    float anchors[basis_anchors] = {p1};
+    HDR10PLUS_TM_CURVE built = {};
+    built.f_knee_point_x = kx;
+    built.f_knee_point_y = ky;
+    built.num_bezier_curve_anchors = basis_anchors;
+    float* const anchors = built.f_bezier_curve_anchors;
+    anchors[0] = p1;
 
     const float bend = rampWeight(1.0f, 0.0f, 0.125f, 0.95f, ratio);
     for (unsigned i = 1; i < basis_anchors; ++i) {
@@ -135,11 +140,7 @@ void BasisOOTF(HDR10PLUS_TM_CURVE* curve, const HDR10PLUS_DYNAMIC_INFO* info, un
     }
     const float damping = rampWeight(1.0f, 0.8f, 0.1f, 0.75f, weight);
     anchors[1] = std::max(std::min(anchors[1] * damping, 2.0f * p1), 0.2f);
-
-    curve->f_knee_point_x = kx;
-    curve->f_knee_point_y = ky;
-    curve->num_bezier_curve_anchors = basis_anchors;
-    std::copy_n(anchors, basis_anchors, curve->f_bezier_curve_anchors);
+    store(curve, built);
 }
 
 void GuidedOOTF(HDR10PLUS_TM_CURVE* curve, const HDR10PLUS_DYNAMIC_INFO* info, unsigned int target, float scene_peak) {

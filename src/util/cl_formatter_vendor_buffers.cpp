@@ -18,11 +18,12 @@ cl_mem import_memory(cl_context context, cl_import_properties_arm type, void* me
     return nullptr;
 }
 
-/// 0 for an object that is gone: the query fails then, on a driver that checks its handles.
-cl_uint reference_count(cl_mem mem) {
-    cl_uint count = 0;
-    clGetMemObjectInfo(mem, CL_MEM_REFERENCE_COUNT, sizeof(count), &count, nullptr);
-    return count;
+/// False also for an object that is gone: the query fails then, on a driver that checks its handles.
+bool is_alive(cl_mem mem) {
+    if (mem == nullptr) return false;
+    cl_uint references = 0;
+    clGetMemObjectInfo(mem, CL_MEM_REFERENCE_COUNT, sizeof(references), &references, nullptr);
+    return references != 0;
 }
 
 } // namespace
@@ -102,12 +103,12 @@ void Formatter::delete_pair_images(ImportedBuffersPair& pair) {
 }
 
 void Formatter::delete_mem_object(cl_mem mem) {
-    if (mem == nullptr || reference_count(mem) == 0) return;
+    if (!is_alive(mem)) return;
     checked(__func__, 848, [mem] { return clReleaseMemObject(mem); });
 }
 
 void Formatter::release_imported(cl_mem mem) {
-    if (mem == nullptr || reference_count(mem) == 0) return;
+    if (!is_alive(mem)) return;
     fatal_check_untagged(clReleaseMemObject(mem) == CL_SUCCESS, {"formatter", 173},
                          "clReleaseMemObject(t) == CL_SUCCESS", "clReleaseMemObject(t) == 0");
 }

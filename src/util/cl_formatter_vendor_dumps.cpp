@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
 #include <iostream>
 
@@ -17,6 +18,7 @@ namespace {
 void write_all(int file, const void* bytes, std::size_t count) {
     for (auto* next = static_cast<const char*>(bytes); count > 0;) {
         const ssize_t written = write(file, next, count);
+        if (written < 0 && errno == EINTR) continue;
         if (written <= 0) return;
         next += written;
         count -= static_cast<std::size_t>(written);
@@ -29,7 +31,9 @@ public:
     explicit MappedPlane(const _MULTIPLANE_t& plane)
         : mSize(static_cast<std::size_t>(plane.size)),
           mBytes(mmap(nullptr, mSize, PROT_READ | PROT_WRITE, MAP_SHARED, plane.handle, 0)) {}
-    ~MappedPlane() { munmap(mBytes, mSize); }
+    ~MappedPlane() {
+        if (mBytes != MAP_FAILED) munmap(mBytes, mSize);
+    }
     MappedPlane(const MappedPlane&) = delete;
     MappedPlane& operator=(const MappedPlane&) = delete;
 
@@ -55,7 +59,7 @@ void Formatter::dump_ocl(cl_mem buffer, int width, int height) {
                   << "\n";
 
     std::ofstream text(media_path("ocl.txt"));
-    for (int i = 0; values != nullptr && i < width * 3; ++i) {
+    for (int i = 0; values != nullptr && i < width * std::min(height, 3); ++i) { // no further than is mapped
         text << values[i] << ", ";
         if (i == 3839 || i == 7679) text << "##################" << std::endl; // fixed marks, whatever the width
     }
@@ -80,7 +84,7 @@ void Formatter::filewrite(_Image_ColorFormat format, int width, int height, cons
         switch (static_cast<int>(format)) {
         case -1:
             write_all(file, reinterpret_cast<const void*>(static_cast<uintptr_t>(plane0->address)),
-                      static_cast<std::size_t>(plane0->size));
+                      static_cast<std::size_t>(std::max(plane0->size, 0)));
             break;
         case P010_LINEAR: {
             const MappedPlane luma(*plane0);

@@ -118,16 +118,17 @@ int Formatter::compileprogram() {
 void Formatter::makeProgram() {
     log_info("#### Formatter::makeProgram entry");
     cl_int error = CL_SUCCESS;
-    *mProgram = clCreateProgramWithSource(mContext, kProgramPieceCount, const_cast<const char**>(kProgramPieces),
-                                          nullptr, &error);
+    const cl_program program = clCreateProgramWithSource(mContext, kProgramPieceCount,
+                                                         const_cast<const char**>(kProgramPieces), nullptr, &error);
     if (error != CL_SUCCESS) report_failure(__func__, error, 504);
     fatal_check(mProgram != nullptr, {kStem, 505}, "program.get() != nullptr");
+    *mProgram = program;
 
-    error = build(*mProgram);
+    error = build(program);
     if (error == CL_SUCCESS) return;
     BuildLog text; // read, not printed: the caller's own build of this program reports
-    read_build_log(*mProgram, mDevice, text);
-    fatal_check(error != CL_SUCCESS, {kStem, 511}, "error");
+    read_build_log(program, mDevice, text);
+    fatal_check(error != CL_SUCCESS, {kStem, 511}, "error"); // never fires: a failed build stays silent, on purpose
 }
 
 int Formatter::fetchProgram(int& binaryStatus, const std::string& path, std::size_t size) {
@@ -153,7 +154,7 @@ bool Formatter::storeProgram(const std::string& path) {
     checked(__func__, 432,
             [&] { return clGetProgramInfo(program, CL_PROGRAM_NUM_DEVICES, sizeof(count), &count, nullptr); });
 
-    // Arrays rather than vectors: never null, so a query for nothing is refused instead of answered.
+    // Arrays, which are never null: so a query for no device is refused instead of answered.
     const auto devices = std::make_unique<cl_device_id[]>(count);
     if (clGetProgramInfo(program, CL_PROGRAM_DEVICES, count * sizeof(cl_device_id), devices.get(), nullptr) !=
         CL_SUCCESS) {

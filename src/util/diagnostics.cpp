@@ -104,23 +104,26 @@ void assert_failed(const char* tag, CheckSite site, const char* condition, const
 
 } // namespace
 
-#define LUMIVERT_LOG(priority)                                                                                         \
-    va_list arguments;                                                                                                 \
-    va_start(arguments, format);                                                                                       \
-    __android_log_vprint(priority, kLogTag, format, arguments);                                                        \
-    va_end(arguments)
-
 void log_debug(const char* format, ...) {
-    LUMIVERT_LOG(ANDROID_LOG_DEBUG);
-}
-void log_info(const char* format, ...) {
-    LUMIVERT_LOG(ANDROID_LOG_INFO);
-}
-void log_error(const char* format, ...) {
-    LUMIVERT_LOG(ANDROID_LOG_ERROR);
+    va_list arguments;
+    va_start(arguments, format);
+    __android_log_vprint(ANDROID_LOG_DEBUG, kLogTag, format, arguments);
+    va_end(arguments);
 }
 
-#undef LUMIVERT_LOG
+void log_info(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    __android_log_vprint(ANDROID_LOG_INFO, kLogTag, format, arguments);
+    va_end(arguments);
+}
+
+void log_error(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    __android_log_vprint(ANDROID_LOG_ERROR, kLogTag, format, arguments);
+    va_end(arguments);
+}
 
 const char* asString(int code, const char* /*context*/) {
     return code >= kLowestCode && code <= CL_SUCCESS ? kCodeNames[code - kLowestCode] : kUnknown;

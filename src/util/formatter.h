@@ -75,7 +75,7 @@ public:
 
     // ---- program and kernels ------------------------------------------------------------------------------------
 
-    /// The build identifier in a build fingerprint: what stands between the last slash and ":user" or ":eng".
+    /// The build identifier in a build fingerprint: the first run without a slash that ":user" or ":eng" follows.
     static std::string getAPSoftwareVersion(const std::string& fingerprint);
     /// Makes `mProgram` ready from the cached binary, or from source where there is none for this build. Returns an
     /// OpenCL status; a program that fails to build is reported in the log only and shows when kernels are made.
@@ -124,7 +124,7 @@ public:
 
     /// Fills a record for a frame without metadata from static luminances in cd/m2.
     void parse_default_dynamic(float first, float second, HDR10PLUS_DYNAMIC_INFO* info);
-    /// Writes the first rows of a float buffer as text to ocl.txt in the media directory.
+    /// Writes the first 3 x `width` values of a float buffer as text to ocl.txt in the media directory.
     void dump_ocl(cl_mem buffer, int width, int height);
     /// Appends a frame's planes to a file in the media directory. Format -1 writes `plane0` from its host address.
     void filewrite(_Image_ColorFormat format, int width, int height, const _MULTIPLANE_t* plane0,

@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
+
+#include <cstring>
 #include <fstream>
 #include <sstream>
 
@@ -88,6 +91,21 @@ TEST_F(Filewrite, AppendsAsManyBytesAsTheFormatHas) {
     EXPECT_EQ(read_file(folder.media("dump.yuv")), expected);
     EXPECT_EQ(log.count("E This never happens"), 3);
     EXPECT_EQ(log.count("E filewrite entry !"), 3);
+}
+
+TEST_F(Filewrite, WritesRawMemoryByItsAddress) {
+    auto* low = static_cast<char*>( // the record's address has 32 bits
+        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_32BIT, -1, 0));
+    ASSERT_NE(low, MAP_FAILED);
+    std::strcpy(low, "raw bytes");
+    const auto address = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(low));
+    for (const int32_t size : {9, -1}) {
+        const _MULTIPLANE_t plane = {0, address, size};
+        engine.filewrite(static_cast<_Image_ColorFormat>(-1), 1, 1, &plane, nullptr,
+                         std::make_unique<std::string>("dump.yuv"));
+    }
+    EXPECT_EQ(read_file(folder.media("dump.yuv")), "raw bytes");
+    munmap(low, 4096);
 }
 
 TEST_F(Filewrite, SurvivesPlanesThatAreNotWhatTheFrameNeeds) {

@@ -8,12 +8,6 @@ using testing::ElementsAre;
 using testing::Not;
 using testing::StartsWith;
 
-HDR10PLUS_DYNAMIC_INFO default_record() {
-    HDR10PLUS_DYNAMIC_INFO info{};
-    Formatter(2, 2, NORMAL).parse_default_dynamic(0, 0, &info);
-    return info;
-}
-
 class EntryTest : public EngineTest {
 protected:
     Frame in{P010_LINEAR, 8, 4};
@@ -143,6 +137,28 @@ TEST_F(EntryTest, RefusalsSayWhyAndLeaveTheInstanceUsable) {
     CL_HDR2SDR_ARM_deinit(&unready); // only says so: the object stays alive
     EXPECT_EQ(log.texts().back(), "E CL_HDR2SDR_ARM_deinit state is invalid");
     EXPECT_EQ(unready.mWidth, 8U);
+}
+
+TEST_F(EntryTest, FallsBackToADefaultRecordFromTheStaticLuminances) {
+    const Instance instance(8, 4, NORMAL);
+    _HDR2SDR_config_params_t i = in.params();
+    _HDR2SDR_config_params_t o = out.params();
+    const uint32_t static_info[] = {1, 40000000, 20005000}; // 4000 cd/m2 and a MaxCLL of 2000.5: a bright scene
+    log.clear();
+    EXPECT_EQ(CL_HDR2SDR_ARM_convert1(&i, &o, nullptr, static_info, instance.handle(), 0), 1);
+    EXPECT_THAT(log.texts(),
+                ElementsAre("E There is no HDR10 dynamic metadata! It will fallback to default value",
+                            "I HDR Static Info available : maxCll = 2000.500000, Min Luminance = 4000.000000"));
+    EXPECT_EQ(instance.engine().mDynamicInfo->knee_point_y, 320);
+    EXPECT_EQ(instance.engine().mState, 2);
+
+    const uint32_t dim[] = {1, 40000000, 8000000}; // MaxCLL of 800 decides
+    debug_level = 0;
+    log.clear();
+    EXPECT_EQ(CL_HDR2SDR_ARM_convert1(&i, &o, nullptr, dim, instance.handle(), 0), 1);
+    EXPECT_THAT(log.texts(), ElementsAre(StartsWith("I HDR Static Info available : maxCll = 800.0")));
+    EXPECT_EQ(instance.engine().mDynamicInfo->knee_point_y, 132);
+    debug_level = 1;
 }
 
 TEST_F(EntryTest, SkipsFramesByTheInterval) {

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "hdr10plus/default_metadata.h"
 #include "lumivert/converter.h"
 #include "support/host.h"
 #include "support/log_capture.h"
@@ -41,6 +42,13 @@ public:
 private:
     void* mHandle = nullptr;
 };
+
+/// The default record for content of up to 1000 cd/m2.
+inline HDR10PLUS_DYNAMIC_INFO default_record() {
+    HDR10PLUS_DYNAMIC_INFO info{};
+    lumivert::default_metadata(0, 0, &info);
+    return info;
+}
 
 /// The line a failed OpenCL call leaves.
 inline std::string failure_line(const std::string& function, const std::string& code, int tag) {

@@ -14,12 +14,6 @@ const std::vector<std::string> kPathCalls = {"clImportMemoryARM",      "clSetKer
                                              "clEnqueueNDRangeKernel", "clFinish",       "clGetMemObjectInfo",
                                              "clReleaseMemObject"};
 
-HDR10PLUS_DYNAMIC_INFO record() {
-    HDR10PLUS_DYNAMIC_INFO info{};
-    Formatter(2, 2, NORMAL).parse_default_dynamic(0, 0, &info);
-    return info;
-}
-
 /// "clSetKernelArg index size" for arguments of these sizes.
 std::vector<std::string> arguments(const std::vector<std::size_t>& sizes) {
     std::vector<std::string> calls;
@@ -146,7 +140,7 @@ protected:
         return c.pool ? instance.convert1(in, out, &info) : instance.convert(in, out, &info);
     }
 
-    HDR10PLUS_DYNAMIC_INFO info = record();
+    HDR10PLUS_DYNAMIC_INFO info = default_record();
 };
 
 TEST_F(PathsTest, CallOpenClInTheirOrder) {

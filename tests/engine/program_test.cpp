@@ -40,6 +40,8 @@ protected:
         spy::reset();
         for (const auto& injected : injections)
             spy::fail(std::get<0>(injected), std::get<1>(injected), 1, std::get<2>(injected));
+        spy::answer_binary_status(binary_status);
+        spy::answer_build_status(build_status);
         const int result = engine.compileprogram();
         lines = log.texts();
         steps = spy::calls_of({"clCreateProgramWithSource", "clCreateProgramWithBinary", "clBuildProgram",
@@ -52,6 +54,8 @@ protected:
     void compile_dies(const char* message) { EXPECT_EXIT(compile(), testing::ExitedWithCode(134), message); }
 
     std::vector<std::tuple<std::string, cl_int, int>> injections;
+    cl_int binary_status = CL_SUCCESS;
+    cl_build_status build_status = 1; // the driver's
     std::vector<std::string> lines;
     std::vector<std::string> steps;
     const std::string build = "clBuildProgram -cl-fast-relaxed-math";
@@ -148,6 +152,53 @@ TEST_F(ProgramCache, ReportsAFailedFinalBuildByLogOnly) {
     EXPECT_THAT(lines, Contains("E clGetProgramBuildInfo : "));
     EXPECT_THAT(lines, Contains(failure_line("compileprogram", "CL_INVALID_VALUE", 622)));
     EXPECT_THAT(lines, Contains(failure_line("compileprogram", "CL_INVALID_PROGRAM", 628)));
+}
+
+TEST_F(ProgramCache, NamesTheBuildStatus) {
+    compile();
+    const std::pair<cl_build_status, const char*> cases[] = {
+        {-3, "I CL_BUILD_IN_PROGRESS : the last call to clBuildProgram on the specified program object for device has "
+             "not finished. "},
+        {-2, "I CL_BUILD_ERROR : the last call to clBuildProgram on the specified program object for device generated "
+             "an error "},
+        {0, "I CL_BUILD_SUCCESS :the last call to clBuildProgram on the specified program object for device was "
+            "successful.  "},
+    };
+    injections = {{"clBuildProgram", CL_BUILD_PROGRAM_FAILURE, 1}};
+    for (const auto& [status, text] : cases) {
+        build_status = status;
+        compile();
+        EXPECT_THAT(lines, Contains(text));
+    }
+    build_status = 7;
+    compile();
+    EXPECT_THAT(lines, Not(Contains(testing::StartsWith("I CL_BUILD_"))));
+}
+
+TEST_F(ProgramCache, RebuildsABinaryThatDoesNotSuitTheDevice) {
+    compile();
+    binary_status = CL_INVALID_BINARY;
+    EXPECT_EQ(compile(), 0);
+    const std::string line =
+        "I It trys to build the source in case of prebuilt binary is not compatible with current device";
+    EXPECT_THAT(lines, Contains(line));
+    EXPECT_THAT(steps, ElementsAre("clCreateProgramWithBinary", "clReleaseProgram",
+                                   "clCreateProgramWithSource 192 terminated", build, build));
+    injections = {{"clGetProgramInfo", CL_OUT_OF_RESOURCES, 9}}; // nothing can be stored: no final build
+    EXPECT_EQ(compile(), 0);
+    EXPECT_THAT(steps, ElementsAre("clCreateProgramWithBinary", "clCreateProgramWithSource 192 terminated", build));
+}
+
+TEST_F(ProgramCacheDeathTest, EndsTheProcessOnAFileShorterThanItWas) {
+    write_file(folder.media(expected), "four");
+    EXPECT_EXIT(
+        {
+            Formatter engine(6, 4, NORMAL);
+            int status = 0;
+            engine.fetchProgram(status, folder.media(expected), 5);
+        },
+        testing::ExitedWithCode(134),
+        R"(ASSERT \[!\(temp.good\(\)\)\] tag Lumivert: cl_formatter_vendor:412 CHECK\(temp.good\(\)\) failed\.)");
 }
 
 TEST_F(ProgramCache, StoresWhatTheQueriesGive) {

@@ -48,9 +48,10 @@ const std::vector<LogCapture::Line>& LogCapture::lines() const {
 std::vector<std::string> LogCapture::texts() const {
     std::vector<std::string> texts;
     for (const Line& line : g_lines) {
-        const char* letter = line.priority == ANDROID_LOG_ERROR  ? "E "
-                             : line.priority == ANDROID_LOG_INFO ? "I "
-                                                                 : "D ";
+        const char* letter = line.priority == ANDROID_LOG_ERROR   ? "E "
+                             : line.priority == ANDROID_LOG_INFO  ? "I "
+                             : line.priority == ANDROID_LOG_DEBUG ? "D "
+                                                                  : "wrong priority: ";
         texts.push_back((line.tag == "Lumivert" ? letter : "wrong tag: ") + line.text);
     }
     return texts;

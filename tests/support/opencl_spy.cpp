@@ -26,6 +26,8 @@ struct Spy {
     std::vector<Call> calls;
     std::vector<Injection> injections;
     std::map<cl_kernel, std::string> kernel_names;
+    cl_int binary_status = CL_SUCCESS;
+    cl_build_status build_status = 1;
 };
 
 Spy& state() {
@@ -101,10 +103,19 @@ int count(const std::string& name) {
 void reset() {
     state().calls.clear();
     state().injections.clear();
+    state().binary_status = CL_SUCCESS;
+    state().build_status = 1;
 }
 
 void fail(const std::string& name, cl_int code, int first, int times) {
     state().injections.push_back({name, code, first, first + times - 1, 0});
+}
+
+void answer_binary_status(cl_int status) {
+    state().binary_status = status;
+}
+void answer_build_status(cl_build_status status) {
+    state().build_status = status;
 }
 
 } // namespace spy
@@ -137,7 +148,11 @@ cl_program clCreateProgramWithSource(cl_context c, cl_uint n, const char** s, co
 }
 cl_program clCreateProgramWithBinary(cl_context c, cl_uint n, const cl_device_id* d, const size_t* sizes,
                                      const unsigned char** b, cl_int* binary_status, cl_int* e) {
-    OBJECT(clCreateProgramWithBinary, "", e, c, n, d, sizes, b, binary_status);
+    const cl_program program = [&]() -> cl_program {
+        OBJECT(clCreateProgramWithBinary, "", e, c, n, d, sizes, b, binary_status);
+    }();
+    if (spy::state().binary_status != CL_SUCCESS) *binary_status = spy::state().binary_status;
+    return program;
 }
 cl_int clBuildProgram(cl_program p, cl_uint n, const cl_device_id* d, const char* options,
                       void(CL_CALLBACK* notify)(cl_program, void*), void* user) {
@@ -148,7 +163,13 @@ cl_int clGetProgramInfo(cl_program p, cl_program_info info, size_t size, void* v
 }
 cl_int clGetProgramBuildInfo(cl_program p, cl_device_id d, cl_program_build_info info, size_t size, void* value,
                              size_t* size_out) {
-    STATUS(clGetProgramBuildInfo, spy::text(info), p, d, info, size, value, size_out);
+    const cl_int result = [&]() -> cl_int {
+        STATUS(clGetProgramBuildInfo, spy::text(info), p, d, info, size, value, size_out);
+    }();
+    if (info == CL_PROGRAM_BUILD_STATUS && spy::state().build_status != 1) {
+        *static_cast<cl_build_status*>(value) = spy::state().build_status;
+    }
+    return result;
 }
 cl_kernel clCreateKernel(cl_program p, const char* name, cl_int* e) {
     const cl_kernel kernel = [&]() -> cl_kernel { OBJECT(clCreateKernel, name, e, p, name); }();

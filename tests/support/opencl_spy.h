@@ -5,7 +5,6 @@
 
 #include <CL/cl.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -28,5 +27,10 @@ void reset();
 
 /// Fails calls number `first` to `first` + `times` - 1 (from 1, counted from now) of a function; "" stands for any.
 void fail(const std::string& name, cl_int code, int first = 1, int times = 1);
+
+/// Answers the next programs from a binary with this per-device status, and build status queries with that one; 0 and
+/// 1 leave the driver's answers.
+void answer_binary_status(cl_int status);
+void answer_build_status(cl_build_status status);
 
 } // namespace spy
