@@ -1,0 +1,78 @@
+#include "kernels/frames.h"
+#include "kernels/lookup_tables.h"
+
+// The four static tone-mapping kernels against a computation per sample in double precision.
+
+namespace lumivert::test {
+namespace {
+
+struct StaticKernel {
+    const char* name;
+    bool in_place;
+    unsigned nits;
+};
+const StaticKernel kStaticKernels[] = {{"process_hdr_to_sdr_io_1000", true, 1000},
+                                       {"process_hdr_to_sdr_1000_inout", false, 1000},
+                                       {"process_hdr_to_sdr_io_4000", true, 4000},
+                                       {"process_hdr_to_sdr_4000_inout", false, 4000}};
+
+Span enhanced_chroma(int code, int luma, double gain) {
+    const double limited = (code / 4.0 - 128) / 224;
+    const double full = std::clamp(limited * luma / 1024 * gain, -0.5, 0.5);
+    return Span::truncated(512 + 896 * full, 1e-3).clamped(64, 960);
+}
+
+void check(Device& device, const StaticKernel& kernel, int width, int height, const Picture& picture) {
+    const std::vector<int> table = kernel.nits == 1000 ? table_1000() : table_4000();
+    const P010 in(width, height, picture);
+    Plane<uint16_t> y(in.y.size(), in.y), uv(in.uv.size(), in.uv), out_y(y.size(), 0x1111), out_uv(uv.size(), 0x1111);
+    const std::array<size_t, 2> blocks = {size_t(width) / 2, size_t(height) / 2};
+    if (kernel.in_place) {
+        device.run(kernel.name, blocks, y, uv);
+    } else {
+        device.run(kernel.name, blocks, y, uv, out_y, out_uv);
+        EXPECT_EQ(y.copy(), in.y) << "input changed";
+        EXPECT_EQ(uv.copy(), in.uv) << "input changed";
+    }
+    Plane<uint16_t>&luma = kernel.in_place ? y : out_y, &chroma = kernel.in_place ? uv : out_uv;
+
+    Checker checker(std::string(kernel.name) + ", " + in.name);
+    const int rows = height / 2 * 2;
+    for (int row = 0; row < height; ++row) {
+        for (int x = 0; x < width; ++x) {
+            const size_t i = row * width + x;
+            const int unconverted = kernel.in_place ? in.y[i] : 0x1111; // an odd last row stays as it was
+            const int expected = row < rows ? table[in.y[i] >> 6] << 6 : unconverted;
+            checker.expect({expected, expected}, luma[i], "luma", x, row);
+            if (row >= rows / 2) continue;
+            const int top_left = table[in.y[2 * row * width + x / 2 * 2] >> 6];
+            checker.expect(enhanced_chroma(in.uv[i] >> 6, top_left, x % 2 ? 8.0 : 4.5), chroma[i] >> 6,
+                           x % 2 ? "Cr" : "Cb", x, row);
+            checker.expect({0, 0}, chroma[i] & 63, "low chroma bits", x, row);
+        }
+    }
+}
+
+TEST(StaticKernels, AgreeWithTheOracle) {
+    Device device;
+    for (const StaticKernel& kernel : kStaticKernels) {
+        for (const Picture& picture : pictures(1023, true)) {
+            for (const auto& [width, height] : {std::pair{2, 2}, {6, 4}, {10, 5}, {130, 34}, {256, 130}}) {
+                check(device, kernel, width, height, picture);
+            }
+        }
+    }
+}
+
+// Every luma code against every chroma code of a neutral block: chroma does not move by a single code.
+TEST(StaticKernels, NeutralStaysNeutral) {
+    Device device;
+    Plane<uint16_t> y(4 * 1024), uv(2 * 1024, 512 << 6);
+    for (size_t i = 0; i < y.size(); ++i)
+        y[i] = static_cast<uint16_t>(i % 2048 / 2 << 6);
+    device.run("process_hdr_to_sdr_io_1000", {1024, 1}, y, uv);
+    EXPECT_THAT(uv.copy(), ::testing::Each(512 << 6));
+}
+
+} // namespace
+} // namespace lumivert::test
