@@ -1,0 +1,118 @@
+"""What the tool's tests share: running it, and making small inputs for it."""
+import json
+import os
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+LUMIVERT = os.path.realpath(os.environ["LUMIVERT"])
+DEMO = os.path.join(os.path.dirname(__file__), "..", "..", "tools", "lumivert", "demo", "demo.mp4")
+DONE, DIFFERENT, FAILED = 0, 1, 2
+
+
+class ToolTest(unittest.TestCase):
+    """Each test runs in an empty folder of its own; compiled GPU programs are shared."""
+
+    def setUp(self):
+        self.folder = tempfile.mkdtemp()
+        self.addCleanup(shutil.rmtree, self.folder)
+        self.addCleanup(os.chdir, os.getcwd())
+        os.chdir(self.folder)
+
+    def lumivert(self, *arguments, status=DONE, stdin=b"", **options):
+        """Runs the tool, expects its exit status, gives back (standard output, lines of standard error)."""
+        result = subprocess.run([LUMIVERT, *arguments], input=stdin, capture_output=True, timeout=200, **options)
+        lines = result.stderr.decode()
+        self.assertEqual(result.returncode, status, f"{arguments}: {lines}")
+        for line in lines.splitlines():
+            self.assertTrue(line.startswith("lumivert: "), line)
+        return result.stdout, lines
+
+    def convert(self, source, target, *options, **more):
+        """A conversion's standard error."""
+        return self.lumivert("convert", source, "-o", target, *options, **more)[1]
+
+    def assertOnlyFiles(self, *names):
+        """Nothing else was left behind, under whatever name."""
+        self.assertEqual(sorted(os.listdir()), sorted(names))
+
+
+def read(path):
+    with open(path, "rb") as file:
+        return file.read()
+
+
+def write(path, data):
+    with open(path, "wb") as file:
+        file.write(data)
+
+
+def ffmpeg(*arguments):
+    return subprocess.run(["ffmpeg", "-v", "error", "-y", *arguments], check=True, stdout=subprocess.PIPE).stdout
+
+
+def ffprobe(path, what):
+    """Streams, packets or frames; keys that repeat in an object, as those of HDR10+ arrays do, give lists."""
+    def collect(pairs):
+        keys = [key for key, _ in pairs]
+        return {key: value if keys.count(key) == 1 else [v for k, v in pairs if k == key] for key, value in pairs}
+    text = subprocess.run(["ffprobe", "-v", "error", "-select_streams", "v:0", f"-show_{what}", "-of", "json", path],
+                          check=True, stdout=subprocess.PIPE).stdout
+    return json.loads(text, object_pairs_hook=collect)[what]
+
+
+def p010(width, height, code_at):
+    """A frame of P010; `code_at(x, y)` gives the (Y, Cb, Cr) codes of the 2x2 block at (x, y)."""
+    blocks = [[code_at(x, y) for x in range(0, width, 2)] for y in range(0, height, 2)]
+    words = []
+    for row in blocks:
+        luma = [y for y, _, _ in row for _ in range(2)]
+        words += luma + luma
+    for row in blocks:
+        words += [code for _, cb, cr in row for code in (cb, cr)]
+    return b"".join((word << 6).to_bytes(2, "little") for word in words)
+
+
+PATCH, COLUMNS = 32, 8
+NEUTRAL = [64, 100, 180, 300, 420, 520, 640, 722]
+COLOURED = [(200, 540, 580), (300, 460, 560), (250, 600, 490), (400, 480, 470), (350, 560, 570), (500, 440, 530),
+            (420, 490, 540), (600, 500, 520)]
+WIDTH, HEIGHT = PATCH * COLUMNS, 2 * PATCH
+
+
+def patches():
+    """A row of neutral patches above one of coloured ones."""
+    return p010(WIDTH, HEIGHT, lambda x, y: (NEUTRAL[x // PATCH], 512, 512) if y < PATCH else COLOURED[x // PATCH])
+
+
+def centres():
+    """The middle of each patch."""
+    return [(PATCH * i + PATCH // 2, PATCH * row + PATCH // 2) for row in range(2) for i in range(COLUMNS)]
+
+
+def clip(path, size, *, transfer="smpte2084", pixels="yuv420p10le", seconds=0.25):
+    """A short HEVC clip without HDR10+."""
+    parameters = f"log-level=none:bframes=0:colorprim=bt2020:transfer={transfer}:colormatrix=bt2020nc"
+    ffmpeg("-f", "lavfi", "-i", f"testsrc2=s={size}:d={seconds}", "-pix_fmt", pixels, "-c:v", "libx265", "-preset",
+           "ultrafast", "-x265-params", parameters, path)
+
+
+def scene(frame=None, **fields):
+    """An entry of a metadata file; its curve is for the converter's own display, so that it applies as it stands."""
+    entry = {"BezierCurveData": {"Anchors": [380, 620, 650, 770, 850, 900, 930, 980, 990], "KneePointX": 33,
+                                 "KneePointY": 132},
+             "LuminanceParameters": {"AverageRGB": 100, "MaxScl": [10000, 10000, 10000],
+                                     "LuminanceDistributions": {"DistributionIndex": [1, 50, 99],
+                                                                "DistributionValues": [0, 500, 10000]}},
+             "NumberOfWindows": 1, "TargetedSystemDisplayMaximumLuminance": 250}
+    entry.update(fields)
+    if frame is not None:
+        entry["SequenceFrameIndex"] = frame
+    return entry
+
+
+def write_scenes(path, scenes):
+    write(path, json.dumps({"JSONInfo": {"HDR10plusProfile": "B", "Version": "1.1"}, "SceneInfo": scenes}).encode())
+
+

@@ -1,0 +1,156 @@
+"""When things go wrong: a line that says what, the right exit status, and nothing half-written."""
+import glob
+import os
+import resource
+import signal
+import subprocess
+import tempfile
+import time
+import unittest
+
+from lumivert_tool import *
+
+
+class BadInput(ToolTest):
+    def test_refusals(self):
+        write("in.p010", bytes(64 * 64 * 3 + 1))
+        write("empty.p010", b"")
+        write("text.mp4", b"This is not a video.\n" * 100)
+        ffmpeg("-f", "lavfi", "-i", "sine=d=0.1", "sound.wav")
+        ffmpeg("-f", "lavfi", "-i", "testsrc2=s=64x64:d=0.1", "sdr.mp4")
+        ffmpeg("-f", "lavfi", "-i", "testsrc2=s=64x64:d=0.1", "-pix_fmt", "yuv420p10le", "-color_trc", "arib-std-b67",
+               "-c:v", "libx265", "-x265-params", "log-level=none", "hlg.mp4")
+        before = os.listdir()
+        raw = ("--size", "64x64")
+        for source, options, message in (
+                ("in.p010", raw, "in.p010: 12289 bytes is not a whole number of 64x64 P010 frames of 12288 bytes"),
+                ("-", raw, "standard input: 0 bytes is not a whole number"),
+                ("empty.p010", raw, "empty.p010: is empty"),
+                ("in.p010", (), "in.p010: raw P010 needs its size"),
+                ("in.p010", ("--size", "63x64"), "even sizes above 0, not 63"),
+                ("in.p010", ("--size", "0x64"), "even sizes above 0, not 0"),
+                ("in.p010", ("--size", "64"), "a size is written as 1920x1080"),
+                ("missing.p010", raw, "missing.p010: No such file or directory"),
+                ("missing.mp4", (), "missing.mp4: No such file or directory"),
+                ("text.mp4", (), "text.mp4: Invalid data"),
+                ("sound.wav", (), "sound.wav: there is no video in it"),
+                ("sdr.mp4", (), "sdr.mp4: not an HDR10 clip: its samples are yuv420p"),
+                ("hlg.mp4", (), "hlg.mp4: not an HDR10 clip: its transfer is arib-std-b67"),
+                (DEMO, ("--frames", "9-2"), "the last frame comes before the first"),
+                (DEMO, ("--frames", "99-"), "has no frame 99; it ends after 72 frames"),
+                (DEMO, ("--metadata", "missing.json"), "missing.json: No such file"),
+                (DEMO, ("--mode", "static", "--format", "nv12"), "mode static gives P010 only"),
+                (DEMO, ("--entry", "retained", "--format", "p010"), "no P010 output"),
+                (DEMO, ("--entry", "retained", "--interval", "2"), "--interval works with --entry pool"),
+                (DEMO, ("--device", "no such device"), "no OpenCL device matches"),
+                (DEMO, ("--no-such-option",), "--no-such-option")):
+            with self.subTest(source=source, options=options):
+                self.assertIn(message, self.convert(source, "out.mp4", *options, status=FAILED))
+                self.assertOnlyFiles(*before)
+        for target, message in (("missing/out.mp4", "missing/out.mp4: No such file"), ("out.xyz", "no writer for this"),
+                                ("out.png", "out.png: holds one frame"), (".", "no writer")):
+            self.assertIn(message, self.convert(DEMO, target, "--frames", "0-1", status=FAILED))
+        os.remove("out.png")  # the first frame was whole
+        self.assertOnlyFiles(*before)
+
+    def test_damaged_clips_give_what_is_whole_and_a_warning(self):
+        data = read(DEMO)
+        write("cut.mp4", data[:len(data) // 2])
+        lines = self.convert("cut.mp4", "out.mp4", status=DIFFERENT)
+        self.assertRegex(lines, r"warning: cut.mp4: damaged or cut off: \d+ bad frame")
+        self.assertLess(len(ffprobe("out.mp4", "packets")), 72)
+        ffmpeg("-i", DEMO, "-frames:v", "3", "-c", "copy", "whole.hevc")
+        stream = read("whole.hevc")
+        write("cut.hevc", stream[:-len(stream) // 20])
+        for name, status in (("whole.hevc", DONE), ("cut.hevc", DIFFERENT)):
+            _, lines = self.lumivert("probe", name, status=status)
+            self.assertEqual("cut off" in lines, status == DIFFERENT)
+
+    def test_a_clip_that_changes_size_is_refused(self):
+        clip("a.hevc", "64x64")
+        clip("b.hevc", "96x64")
+        write("both.hevc", read("a.hevc") + read("b.hevc"))
+        lines = self.convert("both.hevc", "out.mp4", status=FAILED)
+        self.assertRegex(lines, "frame [0-9]+: the size changes from 64x64 to 96x64")
+        self.assertOnlyFiles("a.hevc", "b.hevc", "both.hevc")
+
+
+class Outputs(ToolTest):
+    def test_a_full_disk(self):
+        for kind in ("nv12", "y4m", "mkv", "mp4"):
+            self.assertIn("No space left on device", self.convert(DEMO, "/dev/full", "--as", kind, status=FAILED))
+        # A limit on file sizes ends an output in its middle, as a full disk does.
+        limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 19, 1 << 19))
+        for name in ("out.nv12", "out.mp4"):
+            write(name, b"what was there before")
+            lines = self.convert(DEMO, name, "--format", "nv12", "--quality", "0", "--preset",
+                                 "ultrafast", status=FAILED, preexec_fn=limit)
+            self.assertIn("File too large", lines)
+            self.assertEqual(read(name), b"what was there before")
+            self.assertOnlyFiles(name)
+            os.remove(name)
+
+    def test_a_reader_that_goes_away(self):
+        tool = subprocess.Popen([LUMIVERT, "convert", DEMO, "-o", "-", "--as", "nv12"], stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE)
+        tool.stdout.read(1000)
+        tool.stdout.close()
+        self.assertIn(b"standard output: Broken pipe", tool.stderr.read())
+        self.assertEqual(tool.wait(), FAILED)
+        tool.stderr.close()
+
+    def test_interruption_leaves_nothing(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            # Waits for a second frame that never comes, with the first one written.
+            tool = subprocess.Popen([LUMIVERT, "convert", "-", "--size", "64x64", "--mode", "static", "-o", "out.p010"],
+                                    stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+            tool.stdin.write(bytes(64 * 64 * 3))
+            tool.stdin.flush()
+            deadline = time.monotonic() + 60
+            while not os.listdir() and time.monotonic() < deadline:
+                time.sleep(0.01)
+            self.assertTrue(os.listdir())
+            tool.send_signal(number)
+            self.assertEqual(tool.communicate()[1], b"lumivert: interrupted\n")
+            self.assertEqual(tool.returncode, FAILED)
+            self.assertOnlyFiles()
+
+
+class ProgramCache(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.cache = tempfile.mkdtemp()
+        self.addCleanup(shutil.rmtree, self.cache)
+        write("in.p010", bytes(64 * 64 * 3))
+        self.arguments = ["convert", "in.p010", "--size", "64x64", "--mode", "static", "-o", "out.p010"]
+        self.environment = {**os.environ, "XDG_CACHE_HOME": self.cache}
+
+    def programs(self):
+        return glob.glob(self.cache + "/lumivert/*/vendor/media/*.bin")
+
+    def test_what_a_killed_run_has_left_is_replaced(self):
+        self.lumivert(*self.arguments, env=self.environment)
+        [program] = self.programs()
+        good = read(program)
+        for bad in (good[:len(good) // 2], b"", good[:5000] + bytes(200) + good[5200:]):
+            write(program, bad)
+            self.lumivert(*self.arguments, env=self.environment)
+            self.assertEqual(len(read(program)), len(good))
+        os.remove(program + ".sha256")
+        self.lumivert(*self.arguments, env=self.environment)
+        self.assertTrue(os.path.exists(program + ".sha256"))
+
+    def test_two_at_once(self):
+        start = lambda i: subprocess.Popen([LUMIVERT, *self.arguments[:-1], f"out{i}.p010"], env=self.environment,
+                                           stderr=subprocess.PIPE)
+        for tool in [start(i) for i in range(3)]:
+            self.assertEqual((tool.communicate()[1].count(b"\n"), tool.returncode), (2, DONE))
+        self.assertEqual(len({read(f"out{i}.p010") for i in range(3)}), 1)
+
+    def test_a_folder_that_cannot_be_written(self):
+        write(self.cache + "/lumivert", b"a file where the folder should be")
+        self.lumivert(*self.arguments, env=self.environment)
+
+
+if __name__ == "__main__":
+    unittest.main()
