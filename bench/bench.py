@@ -1,0 +1,194 @@
+#!/usr/bin/env python3
+"""Measures how fast the library converts: whole paths and stages beside memcpy, the host's part, start and memory.
+
+    bench.py BUILD                 prints tables
+    bench.py BUILD --json FILE     writes all figures as well
+    bench.py BUILD --peers         measures what a user could take instead in turn with the library, and puts tables and
+                                   chart into docs/performance.md
+"""
+import argparse
+import datetime
+import json
+import os
+import pathlib
+import platform
+import subprocess
+import sys
+import tempfile
+
+import chart
+import peers
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+PAGE, CHART = ROOT / "docs" / "performance.md", ROOT / "docs" / "performance.svg"
+BEGIN, END = "<!-- figures: ./dev bench --peers -->\n", "<!-- end of figures -->\n"
+SIZES = ("640x360", "1920x1080", "3840x2160", "7680x4320")
+
+
+def run_json(command, **options):
+    return json.loads(subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True, **options).stdout)
+
+
+def measure_host(build):
+    """Microseconds of processor time: other processes do not count."""
+    with tempfile.TemporaryDirectory() as data:
+        pathlib.Path(data, "vendor", "media").mkdir(parents=True)
+        found = run_json([build / "bench" / "host_bench", "--benchmark_format=json", "--benchmark_repetitions=5",
+                          "--benchmark_report_aggregates_only=true"],
+                         env={**os.environ, "ANDROID_DATA": data}, stderr=subprocess.DEVNULL)
+    return {entry["run_name"]: entry["cpu_time"] / 1000 for entry in found["benchmarks"]
+            if entry["aggregate_name"] == "median"}
+
+
+def measure_growth(build, frames=5000):
+    """What the soak test's long runs say of memory; nothing where tests are not built."""
+    soak = build / "tests" / "soak" / "test_soak"
+    if not soak.is_file():
+        return []
+    told = subprocess.run([soak, "--gtest_filter=Soak.Frames*"], capture_output=True, text=True,
+                          env={**os.environ, "LUMIVERT_SOAK_FRAMES": str(frames)})
+    return [line for line in told.stdout.splitlines() if "resident" in line]
+
+
+def machine(device):
+    model = next((line.split(":")[1].strip() for line in open("/proc/cpuinfo", encoding="utf-8")
+                  if line.startswith("model name")), platform.machine())
+    return {"processor": model, "cores": os.cpu_count(), "system": platform.platform(),
+            "opencl": f"{device['platform']} {device['driver']}", "device": device["name"],
+            "date": datetime.date.today().isoformat(), "load_before": os.getloadavg()[0]}
+
+
+# ---- tables ---------------------------------------------------------------
+
+def table(head, rows):
+    """Markdown whose columns line up; all but the first hold numbers."""
+    cells = [[str(cell) for cell in row] for row in (head, *rows)]
+    widths = [max(len(row[i]) for row in cells) for i in range(len(head))]
+    lines = ["| " + " | ".join(cell.rjust(w) if i else cell.ljust(w) for i, (cell, w) in enumerate(zip(row, widths)))
+             + " |" for row in cells]
+    rule = "| " + " | ".join("-" * (w - 1) + ":" if i else "-" * w for i, w in enumerate(widths)) + " |"
+    return "\n".join([lines[0], rule, *lines[1:]]) + "\n"
+
+
+def size_of(entry):
+    return f"{entry['width']}x{entry['height']}"
+
+
+def at(entries, name, size):
+    return next((e for e in entries if e["name"] == name and "ms" in e and size_of(e) == size), None)
+
+
+def machine_text(doc):
+    m = doc["machine"]
+    return (f"{m['processor']}, {m['cores']} cores, {m['system']}; {m['opencl']} on {m['device']}; {m['date']}, "
+            f"load {m['load_before']:.1f} at the start.\n")
+
+
+def results_text(doc):
+    text = ""
+    for size in SIZES:
+        rows = []
+        for e in (e for e in doc["results"] if size_of(e) == size):
+            ms = e["ms"]
+            rows.append([e["name"], f"{ms['median']:.2f}", f"{ms['p99']:.2f}", f"{1000 / ms['median']:.0f}",
+                         f"{ms['median'] * 1e6 / (e['width'] * e['height']):.2f}", f"{e['memcpy_ratio']:.2f}"])
+        text += table([size, "median ms", "99 % ms", "frames/s", "ns per pixel", "x memcpy"], rows) + "\n"
+    text += table(["host, per frame or plane", "µs"], [[name, f"{us:.2f}"] for name, us in doc["host_us"].items()])
+    about = {"cold": "from source", "cached": "from the cached program",
+             "warm": "from the cached program, PoCL's cache warm"}
+    text += "\n" + table(["start", "init ms", "first frame ms"],
+                         [[about[how], f"{doc['init_ms'][how]:.1f}", f"{doc['first_frame_ms'][how]:.1f}"]
+                          for how in about])
+    text += "\n" + table(["a process that converts HDR10+ to NV12", "peak MiB"],
+                         [[size, f"{mib:.0f}"] for size, mib in doc["peak_memory_mib"].items()])
+    return text
+
+
+def peers_text(doc):
+    text = ""
+    for size in peers.SIZES:
+        rows = [[e["name"], f"{e['ms']:.2f}",
+                 *(f"{e['ms'] / at(doc['peers'], ours, size)['ms']:.2f}" for ours in peers.OURS.values())]
+                for e in doc["peers"] if "ms" in e and size_of(e) == size]
+        text += table([size, "net ms", *(f"x {ours}" for ours in peers.OURS.values())], rows) + "\n"
+    gone = [f"- {e['name']} was not measured: {e['missing']}\n" for e in doc["peers"] if "missing" in e]
+    return text + ("".join(gone) + "\n" if gone else "")
+
+
+def targets(doc):
+    """What is aimed at: (what, the most it may be, what it is) with None for what was not measured."""
+    def memcpys(name):
+        return at(doc["results"], name, "3840x2160")["memcpy_ratio"]
+
+    def against(path, peer, size):
+        other = at(doc.get("peers", []), peer, size)
+        return at(doc["peers"], peers.OURS[path], size)["ms"] / other["ms"] if other else None
+
+    zscale, libplacebo = "FFmpeg zscale+tonemap", "FFmpeg libplacebo, default"
+    yield "static path, 4K, retained entry, x memcpy", 2.3, memcpys("static.retained")
+    yield "static path, 4K, block-pool entry, x memcpy", 2.8, memcpys("static.pool")
+    yield "RGBA to NV12 stage, 4K, x memcpy", 2.3, memcpys("stage.nv12")
+    for size in peers.SIZES:
+        yield f"static path / zscale+tonemap, {size}", 0.05, against("static", zscale, size)
+        yield f"HDR10+ to NV12 / zscale+tonemap, {size}", 1, against("hdr10plus", zscale, size)
+        yield f"HDR10+ to NV12 / libplacebo, default, {size}", 0.65, against("hdr10plus", libplacebo, size)
+    host = doc["host_us"]
+    yield "curve and table on the host, µs", 20, max(v for k, v in host.items() if k.startswith("curve_and_table"))
+    yield "host work outside OpenCL calls, retained, µs", 50, max(v for k, v in host.items() if "retained" in k)
+    yield "init from the cached program / from source", 0.02, doc["init_ms"]["cached"] / doc["init_ms"]["cold"]
+
+
+def targets_text(doc):
+    rows = [[what, f"{most:g}", f"{value:.3g}", "met" if value <= most else "missed"]
+            for what, most, value in targets(doc) if value is not None]
+    return table(["target", "at most", "is", ""], rows)
+
+
+def write_page(doc):
+    panels = []
+    for size in peers.SIZES:
+        for path, title, others in (("static", "HDR10, fixed table", ("FFmpeg lutyuv", "FFmpeg zscale+tonemap")),
+                                    ("hdr10plus", "HDR10+ to NV12",
+                                     [p.name for p in peers.PEERS if p.name != "FFmpeg lutyuv"])):
+            bars = [at(doc["peers"], name, size) for name in ("memcpy", peers.OURS[path], *others)]
+            panels.append((f"{title}, {size}", [(e["name"], e["ms"]) for e in bars if e]))
+    CHART.write_text(chart.draw(panels), encoding="utf-8")
+    growth = "".join(f"- {line}\n" for line in doc["memory_growth"])
+    commands = "".join(f"# {peer.name}\n{peers.shown(peer)}\n" for peer in peers.PEERS)
+    figures = (f"{machine_text(doc)}\n### Targets\n\n{targets_text(doc)}\n### Against other converters\n\n"
+               f"![milliseconds per frame]({CHART.name})\n\n{peers_text(doc)}```sh\n{commands}```\n\n"
+               f"### Paths and stages\n\n{results_text(doc)}\nMemory over long runs:\n\n{growth}")
+    page = PAGE.read_text(encoding="utf-8")
+    start, end = page.index(BEGIN) + len(BEGIN), page.index(END)
+    PAGE.write_text(page[:start] + "\n" + figures + "\n" + page[end:], encoding="utf-8")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("build", type=pathlib.Path, help="the folder of the built tool")
+    parser.add_argument("--peers", action="store_true", help="measure other converters as well; writes docs/performance")
+    parser.add_argument("--json", type=pathlib.Path, metavar="FILE", help="write the figures to FILE")
+    args = parser.parse_args()
+    build = args.build.resolve()
+
+    def bench(*arguments):
+        return run_json([build / "lumivert", "bench", "--json", *arguments])
+
+    print("paths, stages and start", flush=True)
+    doc = bench(*(word for size in SIZES for word in ("--size", size)), "--rounds", "10")
+    doc = {"machine": machine(doc["device"]), **doc, "host_us": measure_host(build),
+           "memory_growth": measure_growth(build)}
+    if args.peers:
+        doc["peers"] = peers.measure(bench)
+    print("\n" + machine_text(doc) + "\n" + results_text(doc))
+    print("\n".join(doc["memory_growth"]))
+    if args.peers:
+        print("\n" + peers_text(doc))
+        write_page(doc)
+    print(targets_text(doc))
+    if args.json:
+        args.json.write_text(json.dumps(doc, indent=2, ensure_ascii=False) + "\n", encoding="utf-8")
+
+
+if __name__ == "__main__":
+    sys.exit(main())
