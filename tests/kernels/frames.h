@@ -90,7 +90,8 @@ struct P010 {
 };
 
 /// Expects the RGBA of every whole 4x2 block of the frame, the luma code `black` giving 0, and `untouched` elsewhere.
-inline void expect_rgba_of(const P010& frame, Plane<uint8_t>& rgba, int black, int untouched) {
+template <class Bytes>
+void expect_rgba_of(const P010& frame, Bytes& rgba, int black, int untouched) {
     Checker checker("P010 to RGBA, " + frame.name);
     for (size_t i = 0; i < rgba.size(); ++i) {
         const int width = frame.width, x = static_cast<int>(i) / 4 % width, row = static_cast<int>(i) / 4 / width;

@@ -1,5 +1,5 @@
-#include "kernels/frames.h"
 #include "kernels/lookup_tables.h"
+#include "kernels/oracle.h"
 
 // The four static tone-mapping kernels against a computation per sample in double precision.
 
@@ -16,12 +16,6 @@ const StaticKernel kStaticKernels[] = {{"process_hdr_to_sdr_io_1000", true, 1000
                                        {"process_hdr_to_sdr_io_4000", true, 4000},
                                        {"process_hdr_to_sdr_4000_inout", false, 4000}};
 
-Span enhanced_chroma(int code, int luma, double gain) {
-    const double limited = (code / 4.0 - 128) / 224;
-    const double full = std::clamp(limited * luma / 1024 * gain, -0.5, 0.5);
-    return Span::truncated(512 + 896 * full, 1e-3).clamped(64, 960);
-}
-
 void check(Device& device, const StaticKernel& kernel, int width, int height, const Picture& picture) {
     const std::vector<int> table = kernel.nits == 1000 ? table_1000() : table_4000();
     const P010 in(width, height, picture);
@@ -36,20 +30,11 @@ void check(Device& device, const StaticKernel& kernel, int width, int height, co
     }
     Plane<uint16_t>&luma = kernel.in_place ? y : out_y, &chroma = kernel.in_place ? uv : out_uv;
 
-    Checker checker(std::string(kernel.name) + ", " + in.name);
-    const int rows = height / 2 * 2;
-    for (int row = 0; row < height; ++row) {
-        for (int x = 0; x < width; ++x) {
-            const size_t i = row * width + x;
-            const int unconverted = kernel.in_place ? in.y[i] : 0x1111; // an odd last row stays as it was
-            const int expected = row < rows ? table[in.y[i] >> 6] << 6 : unconverted;
-            checker.expect({expected, expected}, luma[i], "luma", x, row);
-            if (row >= rows / 2) continue;
-            const int top_left = table[in.y[2 * row * width + x / 2 * 2] >> 6];
-            checker.expect(enhanced_chroma(in.uv[i] >> 6, top_left, x % 2 ? 8.0 : 4.5), chroma[i] >> 6,
-                           x % 2 ? "Cr" : "Cb", x, row);
-            checker.expect({0, 0}, chroma[i] & 63, "low chroma bits", x, row);
-        }
+    const std::string what = std::string(kernel.name) + ", " + in.name;
+    expect_static(table, in.y.data(), in.uv.data(), width, height, luma.begin(), chroma.begin(), what);
+    if (height % 2 != 0) { // an odd last row stays as it was
+        for (size_t i = size_t(height - 1) * width; i < luma.size(); ++i)
+            EXPECT_EQ(luma[i], kernel.in_place ? in.y[i] : 0x1111) << what;
     }
 }
 
