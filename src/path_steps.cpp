@@ -4,7 +4,7 @@
 
 namespace lumivert {
 
-int32_t dump_request = 0;
+std::atomic<int32_t> dump_request = 0;
 
 void check_planes(const _HDR2SDR_config_params_t& params, const char* name, int line) {
     for (int i = 0; i < 2; ++i) {

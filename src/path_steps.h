@@ -3,6 +3,7 @@
 
 #include <CL/cl.h>
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 
@@ -11,8 +12,9 @@
 
 namespace lumivert {
 
-/// Set by init from the debug property; the next conversion then dumps its frames. Shared by all instances.
-extern int32_t dump_request;
+/// Set by init from the debug property; the next conversion then dumps its frames. Shared by all instances, and written
+/// by the frames of every thread: hence atomic.
+extern std::atomic<int32_t> dump_request;
 
 /// Where a fatal check of the entry points and paths stands.
 constexpr CheckSite converter_check(int line) {
