@@ -24,7 +24,7 @@ float to_nits(uint32_t value) {
 int32_t read_int_property(const char* key, const char* default_value) {
     char value[PROPERTY_VALUE_MAX] = {};
     property_get(key, value, default_value);
-    return std::atoi(value);
+    return std::atoi(value); // NOLINT(cert-err34-c): what is no number counts as 0
 }
 
 const char* format_name(_Image_ColorFormat format) {
@@ -230,6 +230,7 @@ int32_t CL_HDR2SDR_ARM_convert1(_HDR2SDR_config_params_t* In_params, _HDR2SDR_co
 
     if (formatter->mAlgoMode == HI_JACK) {
         log_mode("THIS IS HI-JACK VERSION");
+        // NOLINTNEXTLINE(bugprone-incorrect-roundings): never negative
         const auto luminance = static_cast<uint32_t>(static_cast<double>(to_nits(static_info[0])) + 0.5);
         SimpleConvert_FetchBlockPool(In_params, Out_params, luminance, formatter);
     } else {

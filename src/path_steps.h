@@ -50,7 +50,7 @@ void bind_arguments(const char* function, int first_tag, cl_kernel kernel, const
                 [&] { return clSetKernelArg(kernel, index, size, value); });
         ++index;
     };
-    (bind(sizeof(arguments), &arguments), ...);
+    (bind(sizeof(arguments), &arguments), ...); // NOLINT(bugprone-sizeof-expression): handles are bound as they are
 }
 
 /// Launches a kernel over `columns` x `rows` work-items and waits for it.

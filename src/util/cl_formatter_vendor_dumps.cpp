@@ -83,6 +83,7 @@ void Formatter::filewrite(_Image_ColorFormat format, int width, int height, cons
         const auto pixels = static_cast<std::size_t>(samples);
         switch (static_cast<int>(format)) {
         case -1:
+            // NOLINTNEXTLINE(performance-no-int-to-ptr): the record carries the address as a number
             write_all(file, reinterpret_cast<const void*>(static_cast<uintptr_t>(plane0->address)),
                       static_cast<std::size_t>(std::max(plane0->size, 0)));
             break;
