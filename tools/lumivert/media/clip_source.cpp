@@ -14,7 +14,7 @@ constexpr int frames_to_look_ahead = 16;
 class ClipSource : public FrameSource {
 public:
     ClipSource(const std::string& path, bool as_pq) : reader_(path) {
-        const ClipInfo& clip = info();
+        const ClipInfo& clip = reader_.info();
         const auto refuse = [&](const std::string& why) {
             throw Error(reader_.path() + ": not an HDR10 clip: " + why + "; --as-pq converts it as if it were PQ");
         };

@@ -15,9 +15,10 @@ constexpr int width = 1280, height = 760;
 constexpr double left = 86, right = 850, top = 84, bottom = 686; // of the plot
 constexpr double panel = 896, panel_end = 1250;                  // beside it
 
-std::string printed(const char* format, double a, double b = 0) {
+template <typename... Values>
+std::string printed(const char* format, Values... values) {
     char text[120];
-    std::snprintf(text, sizeof text, format, a, b);
+    std::snprintf(text, sizeof text, format, static_cast<double>(values)...);
     return text;
 }
 
