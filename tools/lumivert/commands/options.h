@@ -16,7 +16,7 @@ Size parse_size(const std::string& text);
 
 /// Frames from `first` to `last`, both included, counted from 0.
 struct FrameRange {
-    int64_t first = 0, last = std::numeric_limits<int64_t>::max();
+    int64_t first = 0, last = std::numeric_limits<int64_t>::max() - 1; // one more is still a number
 };
 
 /// "10-19", "10-" or "10"; everything for an empty text.
