@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -37,7 +38,7 @@ struct Options {
 
 double quantile(std::vector<double> values, double part) {
     std::sort(values.begin(), values.end());
-    return values[static_cast<size_t>(part * static_cast<double>(values.size() - 1) + 0.5)];
+    return values[static_cast<size_t>(std::lround(part * static_cast<double>(values.size() - 1)))];
 }
 
 double median(const std::vector<double>& values) {
@@ -130,6 +131,7 @@ std::vector<Subject> subjects(const Geometry& geometry, const Device& device, co
 /// does not count.
 std::vector<Series> measure(const std::vector<Subject>& all, int rounds) {
     std::vector<Series> results;
+    results.reserve(all.size());
     for (const Subject& subject : all)
         results.push_back({subject.name, {}});
     Progress progress(rounds);
@@ -162,7 +164,9 @@ int be_child(const Options& options, const Device& device) {
     convert();
     rusage usage = {};
     getrusage(RUSAGE_SELF, &usage);
-    std::cout << converter.init_ms() << ' ' << first << ' ' << static_cast<double>(usage.ru_maxrss) / 1024 << '\n';
+    std::cout << nlohmann::json{{"init_ms", converter.init_ms()},
+                                {"first_frame_ms", first},
+                                {"peak_mib", static_cast<double>(usage.ru_maxrss) / 1024}};
     return done;
 }
 
@@ -170,11 +174,10 @@ int be_child(const Options& options, const Device& device) {
 Footprint footprint(const std::string& size, const std::string& environment = "") {
     const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
     FILE* child = popen((environment + "'" + self + "' bench --child " + size).c_str(), "r");
-    Footprint f = {};
-    const bool told =
-        child != nullptr && std::fscanf(child, "%lf %lf %lf", &f.init_ms, &f.first_frame_ms, &f.peak_mib) == 3;
-    if (child == nullptr || pclose(child) != 0 || !told) throw Error("a converter could not be started");
-    return f;
+    if (child == nullptr) throw system_error(self);
+    const auto told = nlohmann::json::parse(child, nullptr, false);
+    if (pclose(child) != 0 || !told.is_object()) throw Error("a converter could not be started");
+    return {told["init_ms"], told["first_frame_ms"], told["peak_mib"]};
 }
 
 /// A way to start, and what earlier runs have left for it.
@@ -191,11 +194,12 @@ std::vector<Start> measure_starts(int rounds) {
         std::string folder = (std::filesystem::temp_directory_path() / "lumivert-bench.XXXXXX").string();
         if (mkdtemp(folder.data()) == nullptr) throw system_error(folder);
         remove_at_exit(folder);
+        const auto environment =
+            std::string("XDG_CACHE_HOME='").append(folder) + "' POCL_CACHE_DIR='" + folder + "/pocl' ";
         for (Start& start : starts) {
             // Only the last one finds what the driver has kept of the one before.
             if (&start != &starts.back()) std::filesystem::remove_all(folder + "/pocl");
-            const Footprint f =
-                footprint("64x64", "XDG_CACHE_HOME='" + folder + "' POCL_CACHE_DIR='" + folder + "/pocl' ");
+            const Footprint f = footprint("64x64", environment);
             start.init_ms.push_back(f.init_ms);
             start.first_frame_ms.push_back(f.first_frame_ms);
         }

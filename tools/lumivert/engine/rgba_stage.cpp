@@ -39,7 +39,7 @@ RgbaStage::RgbaStage(const Geometry& geometry, _Image_ColorFormat format) : geom
         buffers_[i] = clCreateBuffer(context_, CL_MEM_READ_WRITE | CL_MEM_COPY_HOST_PTR, grey.size(),
                                      const_cast<uint8_t*>(grey.data()), &status);
         check(status, "clCreateBuffer");
-        check(clSetKernelArg(kernel_, i, sizeof buffers_[i], &buffers_[i]), "clSetKernelArg");
+        check(clSetKernelArg(kernel_, i, sizeof(cl_mem), &buffers_[i]), "clSetKernelArg");
     }
     const cl_int width = geometry.pitch;
     check(clSetKernelArg(kernel_, 3, sizeof width, &width), "clSetKernelArg");
