@@ -136,9 +136,20 @@ class ProgramCache(ToolTest):
             write(program, bad)
             self.lumivert(*self.arguments, env=self.environment)
             self.assertEqual(len(read(program)), len(good))
-        os.remove(program + ".sha256")
+        [digest] = glob.glob(self.cache + "/lumivert/*/vendor/*.sha256")
+        os.remove(digest)
         self.lumivert(*self.arguments, env=self.environment)
-        self.assertTrue(os.path.exists(program + ".sha256"))
+        self.assertTrue(os.path.exists(digest))
+
+    def test_a_program_stays_and_lies_alone(self):
+        for _ in range(2):
+            self.lumivert(*self.arguments, env=self.environment)
+            [program] = self.programs()
+            # The library deletes what it finds beside a program, and the program with it.
+            self.assertEqual(os.listdir(os.path.dirname(program)), [os.path.basename(program)])
+            os.utime(program, (1, 1))
+        self.lumivert(*self.arguments, env=self.environment)
+        self.assertEqual(os.stat(program).st_mtime, 1)
 
     def test_two_at_once(self):
         start = lambda i: subprocess.Popen([LUMIVERT, *self.arguments[:-1], f"out{i}.p010"], env=self.environment,

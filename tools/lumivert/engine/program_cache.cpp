@@ -68,8 +68,9 @@ std::vector<fs::path> programs(const fs::path& folder) {
     return found;
 }
 
+/// In the folder above: beside its program, the library could take it for an outdated one and start over.
 fs::path digest_of(const fs::path& program) {
-    return program.string() + digest_extension;
+    return program.parent_path().parent_path() / (program.filename().string() + digest_extension);
 }
 
 } // namespace

@@ -2,7 +2,7 @@
 ///
 /// The library keeps its compiled program in a file and loads whatever that file holds; some drivers crash on a
 /// damaged one. A killed process or a full disk leaves such files behind, so on a workstation, where many processes
-/// share the folder, each is compared with a digest beside it first, and one process at a time goes through this.
+/// share the folder, each is compared with a digest first, and one process at a time goes through this.
 #pragma once
 
 #include <string>
