@@ -12,6 +12,7 @@ import json
 import os
 import pathlib
 import platform
+import re
 import subprocess
 import sys
 import tempfile
@@ -41,13 +42,14 @@ def measure_host(build):
 
 
 def measure_growth(build, frames=5000):
-    """What the soak test's long runs say of memory; nothing where tests are not built."""
+    """KiB that stay behind in the soak test's long runs; nothing where tests are not built."""
     soak = build / "tests" / "soak" / "test_soak"
     if not soak.is_file():
-        return []
+        return {}
     told = subprocess.run([soak, "--gtest_filter=Soak.Frames*"], capture_output=True, text=True,
                           env={**os.environ, "LUMIVERT_SOAK_FRAMES": str(frames)})
-    return [line for line in told.stdout.splitlines() if "resident" in line]
+    found = re.findall(r"^(.+): \d+, resident (\S+) KiB", told.stdout, re.M)
+    return {f"{frames} {name}": int(kib) for name, kib in found}
 
 
 def machine(device):
@@ -101,6 +103,7 @@ def results_text(doc):
                           for how in about])
     text += "\n" + table(["a process that converts HDR10+ to NV12", "peak MiB"],
                          [[size, f"{mib:.0f}"] for size, mib in doc["peak_memory_mib"].items()])
+    text += "\n" + table(["memory that stays behind", "KiB"], list(doc["memory_growth_kib"].items()))
     return text
 
 
@@ -136,6 +139,8 @@ def targets(doc):
     yield "curve and table on the host, µs", 20, max(v for k, v in host.items() if k.startswith("curve_and_table"))
     yield "host work outside OpenCL calls, retained, µs", 50, max(v for k, v in host.items() if "retained" in k)
     yield "init from the cached program / from source", 0.02, doc["init_ms"]["cached"] / doc["init_ms"]["cold"]
+    for name, kib in doc["memory_growth_kib"].items():
+        yield f"memory growth, {name}, KiB", 64, kib  # the allocator may take another page or two
 
 
 def targets_text(doc):
@@ -153,11 +158,10 @@ def write_page(doc):
             bars = [at(doc["peers"], name, size) for name in ("memcpy", peers.OURS[path], *others)]
             panels.append((f"{title}, {size}", [(e["name"], e["ms"]) for e in bars if e]))
     CHART.write_text(chart.draw(panels), encoding="utf-8")
-    growth = "".join(f"- {line}\n" for line in doc["memory_growth"])
     commands = "".join(f"# {peer.name}\n{peers.shown(peer)}\n" for peer in peers.PEERS)
     figures = (f"{machine_text(doc)}\n### Targets\n\n{targets_text(doc)}\n### Against other converters\n\n"
                f"![milliseconds per frame]({CHART.name})\n\n{peers_text(doc)}```sh\n{commands}```\n\n"
-               f"### Paths and stages\n\n{results_text(doc)}\nMemory over long runs:\n\n{growth}")
+               f"### Paths and stages\n\n{results_text(doc)}")
     page = PAGE.read_text(encoding="utf-8")
     start, end = page.index(BEGIN) + len(BEGIN), page.index(END)
     PAGE.write_text(page[:start] + "\n" + figures + "\n" + page[end:], encoding="utf-8")
@@ -166,7 +170,7 @@ def write_page(doc):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("build", type=pathlib.Path, help="the folder of the built tool")
-    parser.add_argument("--peers", action="store_true", help="measure other converters as well; writes docs/performance")
+    parser.add_argument("--peers", action="store_true", help="measure other converters as well; writes the page")
     parser.add_argument("--json", type=pathlib.Path, metavar="FILE", help="write the figures to FILE")
     args = parser.parse_args()
     build = args.build.resolve()
@@ -177,11 +181,10 @@ def main():
     print("paths, stages and start", flush=True)
     doc = bench(*(word for size in SIZES for word in ("--size", size)), "--rounds", "10")
     doc = {"machine": machine(doc["device"]), **doc, "host_us": measure_host(build),
-           "memory_growth": measure_growth(build)}
+           "memory_growth_kib": measure_growth(build)}
     if args.peers:
         doc["peers"] = peers.measure(bench)
     print("\n" + machine_text(doc) + "\n" + results_text(doc))
-    print("\n".join(doc["memory_growth"]))
     if args.peers:
         print("\n" + peers_text(doc))
         write_page(doc)

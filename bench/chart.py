@@ -1,14 +1,14 @@
 """Bars of milliseconds per frame, as an SVG."""
 from xml.sax.saxutils import escape
 
-LEFT, WIDTH, ROW, BAR = 210, 440, 26, 16
+LEFT, WIDTH, ROW, BAR = 220, 440, 26, 16
 OURS, PEER, COPY = "#2060a0", "#b5651d", "#999999"
 
 
-def colour(name):
+def label_and_colour(name):
     if name == "memcpy":
-        return COPY
-    return PEER if name.startswith("FFmpeg") else OURS
+        return "memcpy, one thread", COPY
+    return (name, PEER) if name.startswith("FFmpeg") else (f"Lumivert {name}", OURS)
 
 
 def panel(title, bars, top):
@@ -18,8 +18,9 @@ def panel(title, bars, top):
     y = top + 28
     for name, ms in bars:
         middle = y + BAR - 3
-        out += [f'<text x="{LEFT - 8}" y="{middle}" text-anchor="end">{escape(name)}</text>',
-                f'<rect x="{LEFT}" y="{y}" width="{max(1.0, ms * scale):.1f}" height="{BAR}" fill="{colour(name)}"/>',
+        label, colour = label_and_colour(name)
+        out += [f'<text x="{LEFT - 8}" y="{middle}" text-anchor="end">{escape(label)}</text>',
+                f'<rect x="{LEFT}" y="{y}" width="{max(1.0, ms * scale):.1f}" height="{BAR}" fill="{colour}"/>',
                 f'<text x="{LEFT + ms * scale + 6:.1f}" y="{middle}">{ms:.3g} ms</text>']
         y += ROW
     return out, y + 10

@@ -72,7 +72,7 @@ HDR10PLUS_DYNAMIC_INFO scene(bool with_curve) {
 void curve_and_table(benchmark::State& state, bool with_curve) {
     HDR10PLUS_DYNAMIC_INFO info = scene(with_curve);
     float gains[256];
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(info);
         HDR10PLUS_TM_CURVE curve = {};
         hdr10plus_meta_to_curve(&curve, &info, 250);
@@ -86,7 +86,7 @@ void curve_and_table(benchmark::State& state, bool with_curve) {
 class Plane {
 public:
     explicit Plane(int32_t size) : fd_(memfd_create("plane", MFD_CLOEXEC)), size_(size) {
-        if (fd_ < 0 || ftruncate(fd_, (size + 127) / 128 * 128) != 0) std::abort();
+        if (fd_ < 0 || ftruncate(fd_, off_t{(size + 127) / 128} * 128) != 0) std::abort();
     }
     ~Plane() { close(fd_); }
     Plane(const Plane&) = delete;
@@ -111,7 +111,7 @@ void retained_frame(benchmark::State& state, _ALGO_t mode) {
     const auto convert = [&] { return CL_HDR2SDR_ARM_convert(&in, &out, &info, 1000, instance); };
     convert(); // imports the planes
     device_does_nothing = true;
-    for (auto _ : state)
+    while (state.KeepRunning())
         benchmark::DoNotOptimize(convert());
     device_does_nothing = false;
     CL_HDR2SDR_ARM_deinit(instance);
@@ -128,7 +128,7 @@ void import(benchmark::State& state, bool recurring) {
     const auto size = static_cast<int32_t>(state.range(0));
     const cl_import_properties_arm properties[] = {CL_IMPORT_TYPE_ARM, CL_IMPORT_TYPE_DMA_BUF_ARM, 0};
     auto plane = std::make_unique<Plane>(size);
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         if (!recurring) {
             state.PauseTiming();
             plane = std::make_unique<Plane>(size);
@@ -149,8 +149,8 @@ BENCHMARK_CAPTURE(curve_and_table, from_metadata, true);
 BENCHMARK_CAPTURE(curve_and_table, generated, false);
 BENCHMARK_CAPTURE(retained_frame, static, HI_JACK);
 BENCHMARK_CAPTURE(retained_frame, hdr10plus_nv12, NORMAL);
-BENCHMARK_CAPTURE(import, recurring, true)->Arg(3840 * 2160 * 2);
-BENCHMARK_CAPTURE(import, first, false)->Arg(3840 * 2160 * 2);
+BENCHMARK_CAPTURE(import, recurring, true)->Arg(int64_t{3840} * 2160 * 2);
+BENCHMARK_CAPTURE(import, first, false)->Arg(int64_t{3840} * 2160 * 2);
 
 int main(int argc, char** argv) {
     __android_log_set_minimum_priority(ANDROID_LOG_FATAL); // what init and deinit tell
