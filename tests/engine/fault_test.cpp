@@ -139,8 +139,7 @@ void live(const Scenario& s, const DataFolder& folder, const LogCapture& log, Fr
     settle(Stage::kDeinit);
 }
 
-void child(const Scenario& s, int nth, int times, Report& report) {
-    DataFolder folder;
+void child(const Scenario& s, const DataFolder& folder, int nth, int times, Report& report) {
     LogCapture log;
     set_property("ro.build.fingerprint", "a/b/c:1/2/FAULT:user/x");
     Frame in(P010_LINEAR, 16, 8);
@@ -177,11 +176,12 @@ TEST(FaultDeathTest, EveryOpenClCallMayFail) {
                 report->init = report->convert = -1;
                 int output[2];
                 ASSERT_EQ(pipe(output), 0);
+                const DataFolder folder; // the parent's, which outlives a child that ends in a fatal check
                 const pid_t pid = fork();
                 if (pid == 0) {
                     alarm(60); // a hang is a failure
                     dup2(output[1], STDERR_FILENO);
-                    child(s, nth, times, *report);
+                    child(s, folder, nth, times, *report);
                     std::_Exit(0);
                 }
                 close(output[1]);
