@@ -57,7 +57,8 @@ def machine(device):
                   if line.startswith("model name")), platform.machine())
     return {"processor": model, "cores": os.cpu_count(), "system": platform.platform(),
             "opencl": f"{device['platform']} {device['driver']}", "device": device["name"],
-            "date": datetime.date.today().isoformat(), "load_before": os.getloadavg()[0]}
+            "date": datetime.date.today().isoformat(), "load_before": os.getloadavg()[0],
+            "real_time": os.sched_getscheduler(0) in (os.SCHED_FIFO, os.SCHED_RR)}
 
 
 # ---- tables ---------------------------------------------------------------
@@ -83,7 +84,7 @@ def at(entries, name, size):
 def machine_text(doc):
     m = doc["machine"]
     return (f"{m['processor']}, {m['cores']} cores, {m['system']}; {m['opencl']} on {m['device']}; {m['date']}, "
-            f"load {m['load_before']:.1f} at the start.\n")
+            f"load {m['load_before']:.1f} at the start{', measured at real-time priority' if m['real_time'] else ''}.\n")
 
 
 def results_text(doc):
@@ -178,7 +179,7 @@ def main():
     def bench(*arguments):
         return run_json([build / "lumivert", "bench", "--json", *arguments])
 
-    if os.getloadavg()[0] > os.cpu_count() / 2:
+    if os.getloadavg()[0] > os.cpu_count() / 2 and os.sched_getscheduler(0) == os.SCHED_OTHER:
         print("bench: the machine is busy: what takes all cores looks slower than it is, beside memcpy too; "
               "'sudo chrt -r 10 ./dev bench' goes ahead of the rest", file=sys.stderr)
     print("paths, stages and start", flush=True)
