@@ -83,8 +83,9 @@ def at(entries, name, size):
 
 def machine_text(doc):
     m = doc["machine"]
+    priority = ", measured at real-time priority" if m["real_time"] else ""
     return (f"{m['processor']}, {m['cores']} cores, {m['system']}; {m['opencl']} on {m['device']}; {m['date']}, "
-            f"load {m['load_before']:.1f} at the start{', measured at real-time priority' if m['real_time'] else ''}.\n")
+            f"load {m['load_before']:.1f} at the start{priority}.\n")
 
 
 def results_text(doc):
