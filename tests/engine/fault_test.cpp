@@ -165,65 +165,71 @@ void child(const Scenario& s, const DataFolder& folder, int nth, int times, Repo
     report.done = true;
 }
 
-TEST(FaultDeathTest, EveryOpenClCallMayFail) {
+/// How often the call fails: the n-th one, that and the next, or all from it on.
+class FaultDeathTest : public testing::TestWithParam<int> {};
+
+TEST_P(FaultDeathTest, EveryOpenClCallMayFail) {
+    const int times = GetParam();
     auto* report =
         static_cast<Report*>(mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     int injected = 0, ended = 0, refused = 0;
     for (const Scenario& s : kScenarios) {
-        for (const int times : {1, 2, 1 << 20}) {
-            for (int nth = 1;; ++nth) {
-                *report = Report{};
-                report->init = report->convert = -1;
-                int output[2];
-                ASSERT_EQ(pipe(output), 0);
-                const DataFolder folder; // the parent's, which outlives a child that ends in a fatal check
-                const pid_t pid = fork();
-                if (pid == 0) {
-                    alarm(60); // a hang is a failure
-                    dup2(output[1], STDERR_FILENO);
-                    child(s, folder, nth, times, *report);
-                    std::_Exit(0);
-                }
-                close(output[1]);
-                std::string printed;
-                char bytes[4096];
-                for (ssize_t n; (n = read(output[0], bytes, sizeof(bytes))) > 0;)
-                    printed.append(bytes, static_cast<std::size_t>(n));
-                close(output[0]);
-                int status = 0;
-                waitpid(pid, &status, 0);
+        for (int nth = 1;; ++nth) {
+            *report = Report{};
+            report->init = report->convert = -1;
+            int output[2];
+            ASSERT_EQ(pipe(output), 0);
+            const DataFolder folder; // the parent's, which outlives a child that ends in a fatal check
+            const pid_t pid = fork();
+            if (pid == 0) {
+                alarm(60); // a hang is a failure
+                dup2(output[1], STDERR_FILENO);
+                child(s, folder, nth, times, *report);
+                std::_Exit(0);
+            }
+            close(output[1]);
+            std::string printed;
+            char bytes[4096];
+            for (ssize_t n; (n = read(output[0], bytes, sizeof(bytes))) > 0;)
+                printed.append(bytes, static_cast<std::size_t>(n));
+            close(output[0]);
+            int status = 0;
+            waitpid(pid, &status, 0);
 
-                SCOPED_TRACE(std::string(s.name) + ": call " + std::to_string(nth) + " (" + report->call + ") fails " +
-                             std::to_string(times) + " times\n" + printed);
-                ASSERT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
-                if (WEXITSTATUS(status) == 134) { // a fatal check: that the fault came about is its message
-                    EXPECT_THAT(printed, testing::HasSubstr(" CHECK("));
-                    ++ended;
-                    ++injected;
-                    continue;
-                }
-                ASSERT_EQ(WEXITSTATUS(status), 0);
-                ASSERT_TRUE(report->done);
-                if (!report->reached) break; // all calls of the stage have had their turn
+            SCOPED_TRACE(std::string(s.name) + ": call " + std::to_string(nth) + " (" + report->call + ") fails " +
+                         std::to_string(times) + " times\n" + printed);
+            ASSERT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
+            if (WEXITSTATUS(status) == 134) { // a fatal check: that the fault came about is its message
+                EXPECT_THAT(printed, testing::HasSubstr(" CHECK("));
+                ++ended;
                 ++injected;
-                EXPECT_EQ(report->descriptors[1], report->descriptors[0]);
-                EXPECT_EQ(report->mappings[1], report->mappings[0]);
-                EXPECT_TRUE(report->error_lines > 0 || kSilent.count(report->call) > 0);
-                if (s.stage == Stage::kInit) {
-                    refused += report->init == 0 ? 1 : 0;
-                    // A work buffer that could not be imported does not refuse the init: its launches fail, and say so.
-                    const bool converts = report->init == 1 && std::string(report->call) != "clImportMemoryARM";
-                    EXPECT_TRUE(report->right || !converts) << "init said 1";
-                } else {
-                    EXPECT_EQ(report->init, 1);
-                    EXPECT_EQ(report->convert, 1); // a path reports in the log only
-                }
+                continue;
+            }
+            ASSERT_EQ(WEXITSTATUS(status), 0);
+            ASSERT_TRUE(report->done);
+            if (!report->reached) break; // all calls of the stage have had their turn
+            ++injected;
+            EXPECT_EQ(report->descriptors[1], report->descriptors[0]);
+            EXPECT_EQ(report->mappings[1], report->mappings[0]);
+            EXPECT_TRUE(report->error_lines > 0 || kSilent.count(report->call) > 0);
+            if (s.stage == Stage::kInit) {
+                refused += report->init == 0 ? 1 : 0;
+                // A work buffer that could not be imported does not refuse the init: its launches fail, and say so.
+                const bool converts = report->init == 1 && std::string(report->call) != "clImportMemoryARM";
+                EXPECT_TRUE(report->right || !converts) << "init said 1";
+            } else {
+                EXPECT_EQ(report->init, 1);
+                EXPECT_EQ(report->convert, 1); // a path reports in the log only
             }
         }
     }
     std::printf("calls injected: %d (ended by a fatal check: %d, refused by init: %d)\n", injected, ended, refused);
-    EXPECT_GT(injected, 300);
+    EXPECT_GT(injected, 100);
 }
+
+INSTANTIATE_TEST_SUITE_P(Times, FaultDeathTest, testing::Values(1, 2, 1 << 20), [](const auto& times) {
+    return times.param == 1 ? "Once" : times.param == 2 ? "Twice" : "ForGood";
+});
 
 using SurroundingsFault = EngineTest;
 
