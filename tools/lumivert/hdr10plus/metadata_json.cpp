@@ -82,7 +82,7 @@ Json parse(const std::string& path) {
         std::ifstream file(path);
         if (!file) throw system_error(path);
         return Json::parse(file);
-    } catch (const Json::exception& error) { // also a number that no type holds
+    } catch (const Json::exception& error) {   // also a number that no type holds
         const std::string what = error.what(); // "[json.exception.parse_error.101] parse error at line 1, ..."
         throw Error(path + ": not JSON: " + what.substr(std::min(what.find("] ") + 2, what.size())));
     }
