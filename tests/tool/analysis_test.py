@@ -94,6 +94,49 @@ class Probe(ToolTest):
                 self.assertIn(expected, warning)
 
 
+class Field(ToolTest):
+    """Clips as they come in the field: records that begin late, change kind, or say nothing."""
+    CURVE = {"knee": (100, 400), "anchors": [100 * k for k in range(1, 10)]}
+
+    def summary(self, records, status):
+        clip_with_records("in.hevc", records)
+        facts = json.loads(self.lumivert("probe", "in.hevc", "--json", status=status)[0])
+        return facts["hdr10plus"], facts["warnings"]
+
+    def test_records_that_begin_late_stay_until_replaced(self):
+        first, second = record(1000, **self.CURVE), record(600, **self.CURVE)
+        plus, warnings = self.summary([None, None, first, None, None, second, None, None], DONE)
+        self.assertEqual((plus["first_frame"], plus["frames_with_record"], plus["frames_without_record"],
+                          plus["distinct_records"], warnings), (2, 6, 2, 2, []))
+        lines = self.convert("in.hevc", "out.mp4")
+        self.assertIn("8 frames: 6 with HDR10+, 2 before the first record used the default", lines)
+        lines = self.lumivert("metadata", "in.hevc", "-o", "out.json", status=DIFFERENT)[1]
+        self.assertIn("2 frames without a record; the list leaves them out", lines)
+        scenes = json.loads(read("out.json"))["SceneInfo"]
+        self.assertEqual([s["SequenceFrameIndex"] for s in scenes], list(range(2, 8)))
+        self.assertEqual([s["LuminanceParameters"]["MaxScl"][0] for s in scenes], 3 * [10000] + 3 * [6000])
+        # Read back, the list gives every frame the same record again.
+        self.convert("in.hevc", "own.nv12")
+        self.convert("in.hevc", "read.nv12", "--metadata", "out.json", status=DIFFERENT)
+        self.assertEqual(read("own.nv12"), read("read.nv12"))
+
+    def test_profiles_in_one_clip(self):
+        plus, _ = self.summary([record(1000, **self.CURVE), record(1000), record(1000)], DONE)
+        self.assertEqual(plus["profile"], "A and B mixed")
+        self.lumivert("metadata", "in.hevc", "-o", "out.json")
+        self.assertEqual(["BezierCurveData" in s for s in json.loads(read("out.json"))["SceneInfo"]],
+                         [True, False, False])
+
+    def test_a_flag_without_anchors(self):
+        plus, warnings = self.summary(2 * [record(1000, knee=(0, 0), anchors=[])], DIFFERENT)
+        self.assertEqual(plus["profile"], "B")
+        self.assertEqual(warnings, ["a tone-mapping flag with no anchors: 2 frames, the first 0"])
+        self.lumivert("metadata", "in.hevc", "-o", "out.json")
+        self.assertEqual(json.loads(read("out.json"))["SceneInfo"][0]["BezierCurveData"],
+                         {"Anchors": [], "KneePointX": 0, "KneePointY": 0})
+        self.convert("in.hevc", "out.nv12")
+
+
 class Curve(ToolTest):
     def test_values_end_at_the_display_and_match_the_identity_where_the_scene_fits_it(self):
         bright = scene(LuminanceParameters={"MaxScl": [40000] * 3})

@@ -164,6 +164,18 @@ class Outputs(ToolTest):
         self.convert(DEMO, "still.p010", "--frames", "36", "--mode", "static")
         self.assertEqual(ffmpeg("-i", "still.y4m", "-f", "rawvideo", "-pix_fmt", "p010le", "-"), read("still.p010"))
 
+    def test_times_rotation_and_aspect_stay(self):
+        ffmpeg("-i", DEMO, "-frames:v", "8", "-c", "copy", "-metadata:s:v", "rotate=90", "-aspect", "4:3",
+               "-bsf:v", "setts=ts=TS+4096*gt(N\\,4)", "in.mp4")  # with a gap after the fifth frame
+        self.convert("in.mp4", "out.mp4")
+        told = [{"times": [float(p["pts_time"]) for p in ffprobe(name, "packets")],
+                 "aspect": (stream := ffprobe(name, "streams")[0])["sample_aspect_ratio"],
+                 "rotation": stream["side_data_list"][0]["rotation"]} for name in ("in.mp4", "out.mp4")]
+        self.assertGreater(told[0]["times"][5] - told[0]["times"][4], 0.3)
+        self.assertAlmostEqual(max(abs(a - b) for a, b in zip(sorted(told[0].pop("times")), sorted(told[1].pop("times")))),
+                               0, delta=1e-3)
+        self.assertEqual(*told)
+
     def test_mode_none_passes_samples_on(self):
         self.convert(DEMO, "out.p010", "--mode", "none", "--frames", "0-3")
         self.assertEqual(read("out.p010"), ffmpeg("-i", DEMO, "-frames:v", "4", "-f", "rawvideo", "-pix_fmt", "p010le", "-"))

@@ -3,11 +3,15 @@ import json
 import os
 import shutil
 import subprocess
+import sys
 import tempfile
 import unittest
 
 LUMIVERT = os.path.realpath(os.environ["LUMIVERT"])
-DEMO = os.path.join(os.path.dirname(__file__), "..", "..", "tools", "lumivert", "demo", "demo.mp4")
+DEMO_FOLDER = os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "..", "tools", "lumivert", "demo")
+DEMO = os.path.join(DEMO_FOLDER, "demo.mp4")
+sys.path.append(DEMO_FOLDER)
+import make_clip
 DONE, DIFFERENT, FAILED = 0, 1, 2
 
 
@@ -96,6 +100,18 @@ def clip(path, size, *, transfer="smpte2084", pixels="yuv420p10le", seconds=0.25
     parameters = f"log-level=none:bframes=0:colorprim=bt2020:transfer={transfer}:colormatrix=bt2020nc"
     ffmpeg("-f", "lavfi", "-i", f"testsrc2=s={size}:d={seconds}", "-pix_fmt", pixels, "-c:v", "libx265", "-preset",
            "ultrafast", "-x265-params", parameters, path)
+
+
+def clip_with_records(path, records):
+    """A raw HEVC clip with a frame for each record, or for each None without one."""
+    clip("bare.hevc", "64x64", seconds=len(records) / 25)
+    write(path, make_clip.with_metadata(read("bare.hevc"), records))
+    os.remove("bare.hevc")
+
+
+def record(peak, **curve):
+    """A record as it is put into a stream; with `knee` and `anchors` for a curve."""
+    return {"maxscl": [10 * peak] * 3, "average": 100, "points": [(1, 0), (50, 500), (99, 10 * peak)], **curve}
 
 
 def scene(frame=None, **fields):

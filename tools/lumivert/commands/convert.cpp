@@ -1,29 +1,18 @@
 #include "commands/commands.h"
 
 #include <algorithm>
-#include <array>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <numeric>
-#include <thread>
 
 #include "commands/options.h"
-#include "engine/converter.h"
+#include "engine/pipeline.h"
 #include "error.h"
-#include "hdr10plus/record_track.h"
-#include "io/progress.h"
-#include "io/queue.h"
-#include "media/sink.h"
-#include "media/source.h"
 #include "report.h"
 
 namespace lumivert::tool {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 struct Options {
     std::string input, output, size, mode = "auto", metadata, format, writer, frames, entry = "pool", device;
@@ -117,135 +106,6 @@ Plan make_plan(const Options& options, FrameSource& source) {
     return plan;
 }
 
-/// A frame on its way, with the memory it lies in.
-struct Slot {
-    std::unique_ptr<Planes> in, out; ///< `out` is null where the result lies in `in`
-    SourceFrame frame;
-    std::optional<Record> record;
-    RecordOrigin origin = RecordOrigin::none;
-
-    const Planes& result() const { return out ? *out : *in; }
-};
-
-struct Tally {
-    int64_t seen = 0;                      ///< frames of the input, up to the last one read
-    bool to_the_end = false;               ///< whether that was the input's last
-    std::array<int64_t, 3> by_origin = {}; ///< converted frames by RecordOrigin
-    std::vector<double> converting_ms;     ///< of each frame that was converted
-    double total_s = 0;
-
-    int64_t converted() const { return by_origin[0] + by_origin[1] + by_origin[2]; }
-};
-
-/// Decoding, converting and encoding side by side: one thread each, slots going round between them.
-class Pipeline {
-public:
-    Pipeline(const Plan& plan, const Geometry& geometry, FrameSource& source, Converter* converter, int interval)
-        : plan_(plan), geometry_(geometry), source_(source), converter_(converter), interval_(interval) {
-        for (size_t i = 0; i < slot_count; ++i) {
-            auto slot = std::make_unique<Slot>();
-            slot->in = std::make_unique<Planes>(P010_LINEAR, geometry);
-            if (converter != nullptr && !converter->in_place())
-                slot->out = std::make_unique<Planes>(plan.format, geometry);
-            free_.push(std::move(slot));
-        }
-    }
-
-    Tally run(RecordTrack track, FrameSink& sink) {
-        const auto start = Clock::now();
-        std::thread reader([&] { guard([&] { read_all(track); }); });
-        std::thread writer([&] { guard([&] { write_all(sink); }); });
-        guard([&] { convert_all(); });
-        reader.join();
-        writer.join();
-        if (error_) std::rethrow_exception(error_);
-        tally_.total_s = std::chrono::duration<double>(Clock::now() - start).count();
-        return tally_;
-    }
-
-private:
-    using SlotPtr = std::unique_ptr<Slot>;
-    static constexpr size_t slot_count = 4; // one in each of the three hands, one waiting
-
-    /// Runs one side; whatever stops it stops the others too.
-    template <typename Side>
-    void guard(Side side) {
-        try {
-            side();
-        } catch (...) {
-            std::lock_guard lock(error_mutex_);
-            if (!error_) error_ = std::current_exception();
-            for (auto* queue : {&free_, &loaded_, &converted_})
-                queue->close();
-        }
-    }
-
-    void read_all(RecordTrack& track) {
-        SourceFrame frame;
-        while (tally_.seen <= plan_.frames.last) {
-            if (tally_.seen < plan_.frames.first) {
-                if (!source_.skip(geometry_, frame)) break;
-                track.advance(tally_.seen++, frame.record);
-                continue;
-            }
-            auto slot = free_.pop();
-            if (!slot) return;
-            Slot& s = **slot;
-            if (!source_.read(*s.in, geometry_, s.frame)) break;
-            replicate_edge(*s.in, geometry_);
-            s.origin = track.advance(tally_.seen++, s.frame.record);
-            s.record = track.current();
-            if (!loaded_.push(std::move(*slot))) return;
-        }
-        tally_.to_the_end = tally_.seen <= plan_.frames.last;
-        loaded_.close();
-    }
-
-    void convert_all() {
-        while (auto slot = loaded_.pop()) {
-            Slot& s = **slot;
-            const auto start = Clock::now();
-            const Record* record = s.record ? &*s.record : nullptr;
-            const bool converted =
-                converter_ == nullptr || converter_->convert(*s.in, s.result(), record, plan_.luminances, interval_);
-            if (converted) {
-                tally_.converting_ms.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
-                ++tally_.by_origin[static_cast<int>(s.origin)];
-            }
-            (converted ? converted_ : free_).push(std::move(*slot));
-        }
-        converted_.close();
-    }
-
-    void write_all(FrameSink& sink) {
-        const int64_t total = source_.info().frames;
-        Progress progress(total > 0 ? std::min(total, plan_.frames.last + 1) - plan_.frames.first : 0);
-        while (auto slot = converted_.pop()) {
-            const Slot& s = **slot;
-            const Planes& result = s.result();
-            sink.write({plan_.format,
-                        geometry_.width,
-                        geometry_.height,
-                        geometry_.pitch,
-                        {result.first.data(), result.second.data()},
-                        s.frame.number,
-                        s.frame.pts});
-            progress.update(s.frame.number + 1 - plan_.frames.first);
-            free_.push(std::move(*slot));
-        }
-    }
-
-    const Plan& plan_;
-    const Geometry geometry_;
-    FrameSource& source_;
-    Converter* const converter_; ///< null passes the samples on
-    const int interval_;
-    Queue<SlotPtr> free_{slot_count}, loaded_{slot_count}, converted_{slot_count};
-    std::mutex error_mutex_;
-    std::exception_ptr error_;
-    Tally tally_; // each field has one writing side
-};
-
 std::string metadata_summary(const Plan& plan, const Tally& tally) {
     const auto [own, previous, none] = tally.by_origin;
     const std::string frames = counted(tally.converted(), "frame") + ": ";
@@ -309,10 +169,8 @@ int run(const Options& options) {
     const auto source = open_source(options);
     const ClipInfo& clip = source->info();
     const Plan plan = make_plan(options, *source);
-    const Geometry geometry(clip.width, clip.height);
-
     std::optional<Converter> converter;
-    if (plan.mode) converter.emplace(geometry, *plan.mode, plan.entry, plan.device);
+    if (plan.mode) converter.emplace(Geometry(clip.width, clip.height), *plan.mode, plan.entry, plan.device);
     OutputSpec spec;
     spec.path = options.output;
     spec.format = plan.format;
@@ -329,8 +187,9 @@ int run(const Options& options) {
     RecordTrack track = options.metadata == "none" ? RecordTrack::without_records()
                         : plan.list.empty()        ? RecordTrack()
                                                    : RecordTrack(plan.list);
-    const Tally tally = Pipeline(plan, geometry, *source, converter ? &*converter : nullptr, options.interval)
-                            .run(std::move(track), *sink);
+    const Treatment treatment = {converter ? &*converter : nullptr, plan.format, plan.frames, plan.luminances,
+                                 options.interval};
+    const Tally tally = run_pipeline(*source, std::move(track), treatment, *sink);
     if (tally.converted() == 0)
         throw Error(options.input + ": has no frame " + std::to_string(plan.frames.first) + "; it ends after " +
                     counted(tally.seen, "frame"));

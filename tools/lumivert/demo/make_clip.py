@@ -92,12 +92,13 @@ def t35_payload(record):
         put(value, 17)
     put(0, 10)  # fraction of bright pixels
     put(0, 1)   # no peaks of the mastering display
-    put(1, 1)   # a tone-mapping curve follows
-    put(record["knee"][0], 12)
-    put(record["knee"][1], 12)
-    put(len(record["anchors"]), 4)
-    for anchor in record["anchors"]:
-        put(anchor, 10)
+    put(int("knee" in record), 1)  # whether a tone-mapping curve follows
+    if "knee" in record:
+        put(record["knee"][0], 12)
+        put(record["knee"][1], 12)
+        put(len(record["anchors"]), 4)
+        for anchor in record["anchors"]:
+            put(anchor, 10)
     put(0, 1)   # no colour saturation mapping
     text = "".join(bits)
     text += "0" * (-len(text) % 8)
@@ -118,12 +119,13 @@ def sei_nal(payload):
 
 
 def with_metadata(stream, records):
-    """Puts a record before the first slice of each picture; pictures lie in presentation order."""
+    """Puts each picture's record, where there is one, before its first slice; pictures lie in presentation order."""
     out, pending = bytearray(), list(records)
     for nal in stream.split(b"\0\0\1")[1:]:
         nal = nal.rstrip(b"\0")
         if (nal[0] >> 1) < 32 and nal[2] & 0x80:  # a slice, the first of its picture
-            out += sei_nal(t35_payload(pending.pop(0)))
+            record = pending.pop(0)
+            out += sei_nal(t35_payload(record)) if record else b""
         out += b"\0\0\0\1" + nal
     assert not pending, "the encoder dropped pictures"
     return bytes(out)
