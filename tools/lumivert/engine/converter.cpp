@@ -1,6 +1,7 @@
 #include "engine/converter.h"
 
 #include <chrono>
+#include <cmath>
 
 #include <android-base/properties.h>
 
@@ -10,6 +11,13 @@
 #include "report.h"
 
 namespace lumivert::tool {
+namespace {
+
+uint32_t rounded(double value) {
+    return static_cast<uint32_t>(std::lround(value));
+}
+
+} // namespace
 
 Converter::Converter(const Geometry& geometry, Mode mode, Entry entry, const Device& device)
     : mode_(mode), entry_(entry) {
@@ -36,15 +44,14 @@ bool Converter::convert(const Planes& in, const Planes& out, const Record* recor
     if (entry_ == Entry::pool) {
         // Units of 0.0001 cd/m2. The second value is called a minimum, but from 1000 cd/m2 on it counts as a peak when
         // the default record is chosen: the mastering peak is what that choice is about.
-        const auto peak = static_cast<uint32_t>(luminances.mastering_peak * 10000 + 0.5);
-        const uint32_t static_info[] = {peak, peak, static_cast<uint32_t>(luminances.max_cll * 10000 + 0.5)};
+        const uint32_t peak = rounded(luminances.mastering_peak * 10000);
+        const uint32_t static_info[] = {peak, peak, rounded(luminances.max_cll * 10000)};
         Record copy = record != nullptr ? *record : Record{};
         result =
             CL_HDR2SDR_ARM_convert1(&from, &to, record != nullptr ? &copy : nullptr, static_info, instance_, interval);
     } else {
         Record copy = record != nullptr ? *record : default_record(luminances.mastering_peak, luminances.max_cll);
-        result = CL_HDR2SDR_ARM_convert(&from, &to, &copy, static_cast<uint32_t>(luminances.mastering_peak + 0.5),
-                                        instance_);
+        result = CL_HDR2SDR_ARM_convert(&from, &to, &copy, rounded(luminances.mastering_peak), instance_);
     }
     if (library_errors() != errors || (result != 1 && interval == 0)) throw Error("the conversion failed");
     return result == 1;

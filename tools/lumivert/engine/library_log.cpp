@@ -24,11 +24,14 @@ bool is_routine(const char* message) {
 }
 
 void on_line(const __android_logger_data* data, const char* message) {
+    std::string line = message;
+    while (!line.empty() && (line.back() == '\n' || line.back() == ' '))
+        line.pop_back();
     if (data->priority >= ANDROID_LOG_ERROR && !is_routine(message)) {
         ++errors;
-        tell(message);
+        tell(line);
     } else {
-        detail(message);
+        detail(line);
     }
 }
 

@@ -86,9 +86,9 @@ const std::string& cache_folder() {
     static const std::string chosen = [] {
         const char* cache = std::getenv("XDG_CACHE_HOME");
         const char* home = std::getenv("HOME");
-        const std::string preferred = cache != nullptr && *cache != '\0'
-                                          ? std::string(cache) + "/lumivert"
-                                          : std::string(home != nullptr ? home : "/nonexistent") + "/.cache/lumivert";
+        std::string preferred = cache != nullptr && *cache != '\0'
+                                    ? std::string(cache) + "/lumivert"
+                                    : std::string(home != nullptr ? home : "/nonexistent") + "/.cache/lumivert";
         if (usable(preferred)) return preferred;
         for (const char* place : {"/tmp", "/dev/shm"}) {
             std::string folder = std::string(place) + "/lumivert.XXXXXX";

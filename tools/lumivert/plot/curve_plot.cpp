@@ -47,7 +47,8 @@ void draw_axes(Canvas& canvas, const LuminanceAxis& in, const LuminanceAxis& out
 
 void draw_lines(Canvas& canvas, const FrameCurve& c, const LuminanceAxis& in, const LuminanceAxis& out) {
     std::vector<Point> curve, table, identity;
-    for (double x = left; x <= right; x += 0.5) {
+    for (int half_pixel = 0; half_pixel <= 2 * (right - left); ++half_pixel) {
+        const double x = left + half_pixel / 2.0;
         const double luminance = in.luminance(x);
         curve.emplace_back(x, out.position(c.output(luminance)));
         table.emplace_back(x, out.position(c.output_by_table(luminance)));
@@ -118,9 +119,11 @@ void draw_gain_table(Canvas& canvas, const FrameCurve& c) {
     const double identity = c.full_scale / c.target;
     const double highest = std::max<double>(identity, *std::max_element(std::begin(c.gains), std::end(c.gains)));
     const double step = highest > 20 ? 10 : highest > 8 ? 4 : highest > 4 ? 2 : highest > 2 ? 1 : 0.5;
-    const double ceiling = std::max(step, std::ceil(highest / step) * step);
     canvas.text({panel, y1 - 20}, "Gain table of the GPU, 256 entries", ink, 14, Align::left, true);
-    for (double gain = 0; gain <= ceiling; gain += step) {
+    const auto lines = static_cast<int>(std::ceil(highest / step));
+    const double ceiling = lines * step;
+    for (int i = 0; i <= lines; ++i) {
+        const double gain = i * step;
         const double level = y0 + (y1 - y0) * gain / ceiling;
         canvas.line({x0, level}, {x1, level}, grid);
         canvas.text({x0 - 6, level + 4}, printed("%g", gain), ink, 12, Align::right);
@@ -132,9 +135,9 @@ void draw_gain_table(Canvas& canvas, const FrameCurve& c) {
     }
     const double y = y0 + (y1 - y0) * identity / ceiling;
     canvas.line({x0, y}, {x1, y}, quiet, 1.2, true);
-    std::vector<Point> line;
+    std::vector<Point> line(256);
     for (int i = 0; i < 256; ++i)
-        line.emplace_back(x0 + (x1 - x0) * i / 255, y0 + (y1 - y0) * c.gains[i] / ceiling);
+        line[i] = {x0 + (x1 - x0) * i / 255, y0 + (y1 - y0) * c.gains[i] / ceiling};
     canvas.path(line, blue, 2);
     canvas.frame({x0, y1}, x1 - x0, y0 - y1, quiet);
     canvas.text({(x0 + x1) / 2, y0 + 36}, "entry (254 is the full scale of the input)", ink, 13, Align::centre);

@@ -131,8 +131,8 @@ private:
         constexpr double x = 1160, bar = 24;
         const double target = curves_.back().target;
         const LuminanceAxis out(target, bottom, top);
-        for (double y = top; y < bottom; ++y)
-            canvas_.fill({x, y}, bar, 1, shade((bottom - y) / (bottom - top)));
+        for (int y = top; y < bottom; ++y)
+            canvas_.fill({x, y}, bar, 1, shade(static_cast<double>(bottom - y) / (bottom - top)));
         canvas_.frame({x, top}, bar, bottom - top, quiet);
         for (const double tick : out.ticks(24))
             if (out.position(tick) > top + 18 || tick == target)
