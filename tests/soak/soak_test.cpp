@@ -140,6 +140,31 @@ TEST_F(Soak, FramesThroughRetainedBuffers) {
     CL_HDR2SDR_ARM_deinit(instance);
 }
 
+/// The library keeps the import of each RGBA output: the driver's record of it, the plane itself is the caller's.
+TEST_F(Soak, RgbaFramesThroughThePoolKeepTheirOutputsImport) {
+    constexpr long kImportKib = 2;
+    void* instance = make_instance(NORMAL, 1);
+    Pool pool(RGBA);
+    expect_flat("hdr10plus pool rgba frames, an import kept of each", soak_frames(),
+                kImportKib * soak_frames() + kTolerance,
+                [&](int first, int last) { convert(instance, pool, false, first, last); });
+    CL_HDR2SDR_ARM_deinit(instance);
+}
+
+/// The program built from source is kept when the one from the fresh cache takes its place.
+TEST_F(Soak, InstancesFromSourceKeepAProgram) {
+    constexpr long kProgramKib = 3072; // what PoCL holds for it, LLVM's form included
+    const int instances = soak_frames() / 100;
+    expect_flat("instances from source, a program kept of each", instances, kProgramKib * instances + kTolerance,
+                [&](int first, int last) {
+                    for (int i = first; i < last; ++i) {
+                        for (const std::string& name : folder.media_files())
+                            std::remove(folder.media(name).c_str());
+                        CL_HDR2SDR_ARM_deinit(make_instance(NORMAL, 1));
+                    }
+                });
+}
+
 TEST_F(Soak, InstancesComeAndGo) {
     Pool pool(NV12);
     expect_flat("instances", soak_frames() / 100, 4 * kTolerance, [&](int first, int last) {
