@@ -46,7 +46,8 @@ void remove_registered() {
 
 void give_up(const char* line) {
     remove_registered();
-    std::fprintf(stderr, "lumivert: %s\n", line);
+    const char* over_progress = isatty(STDERR_FILENO) == 1 ? "\r\033[K" : "";
+    std::fprintf(stderr, "%slumivert: %s\n", over_progress, line);
     _exit(failed);
 }
 
