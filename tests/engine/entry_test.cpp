@@ -172,20 +172,24 @@ TEST_F(EntryTest, SkipsFramesByTheInterval) {
     EXPECT_EQ(instance.convert1(in, out, nullptr, 0, -4), 0);
 }
 
-TEST_F(EntryTest, RoundsTheMasteringPeakInSinglePrecision) {
-    const Instance instance(8, 4, HI_JACK);
+TEST_F(EntryTest, TheMastersPeakSelectsTheTable) {
+    const Instance pool(8, 4, HI_JACK, true);
+    const Instance retained(8, 4, HI_JACK, false);
     const struct {
-        uint32_t peak;
+        bool pool;     ///< takes 0.0001 cd/m2, rounded in single precision; else cd/m2
+        uint32_t peak; ///< of the mastering display
         const char* kernel;
     } cases[] = {
-        {0, "1000"},        {10004999, "1000"}, {10005000, "4000"},    {40004997, "4000"},
-        {40004998, "1000"}, {40005000, "1000"}, {4294967295U, "1000"},
+        {true, 0, "1000_inout"},        {true, 10004999, "1000_inout"}, {true, 10005000, "4000_inout"},
+        {true, 40004997, "4000_inout"}, {true, 40004998, "1000_inout"}, {true, 4294967295U, "1000_inout"},
+        {false, 0, "io_1000"},          {false, 1000, "io_1000"},       {false, 1001, "io_4000"},
+        {false, 4000, "io_4000"},       {false, 4001, "io_1000"},       {false, 4294967295U, "io_1000"},
     };
     for (const auto& c : cases) {
         spy::reset();
-        instance.convert1(in, out, nullptr, c.peak);
+        c.pool ? pool.convert1(in, out, nullptr, c.peak) : retained.convert(in, in, nullptr, c.peak);
         EXPECT_THAT(spy::calls_of({"clEnqueueNDRangeKernel"}),
-                    ElementsAre(std::string("clEnqueueNDRangeKernel process_hdr_to_sdr_") + c.kernel + "_inout 4x2"))
+                    ElementsAre(std::string("clEnqueueNDRangeKernel process_hdr_to_sdr_") + c.kernel + " 4x2"))
             << c.peak;
     }
 }
@@ -206,14 +210,27 @@ TEST_F(EntryTest, DumpsEveryConvertButOneConvert1) {
 }
 
 TEST_F(EntryTest, TracesAFrameByTheLevelsBits) {
-    const Instance instance(8, 4, HI_JACK);
-    debug_level = 6;
-    log.clear();
-    instance.convert1(in, out, nullptr);
+    const Instance pool(8, 4, HI_JACK);
+    const Instance retained(8, 4, HI_JACK, false);
+    const Instance normal(8, 4, NORMAL);
+    HDR10PLUS_DYNAMIC_INFO info = default_record();
+    Frame rgba(RGBA, 8, 4);
     const auto plane = [](const char* record, const char* name, const Plane& p) {
         return std::string("D ") + record + " " + name + " handle is " + std::to_string(p.handle().handle) +
                " size is " + std::to_string(p.handle().size);
     };
+    const auto at_level = [&](int level) {
+        debug_level = level;
+        log.clear();
+    };
+    const auto lines_from = [&](const std::string& start) {
+        const auto all = log.texts();
+        return std::count_if(all.begin(), all.end(),
+                             [&](const std::string& line) { return line.rfind(start, 0) == 0; });
+    };
+
+    at_level(6);
+    pool.convert1(in, out, nullptr);
     EXPECT_THAT(
         log.texts(),
         ElementsAre(testing::MatchesRegex("D CL_HDR2SDR_ARM_convert1 entry formatter is 0x[0-9a-f]+ intervalCnt is 0"),
@@ -221,47 +238,43 @@ TEST_F(EntryTest, TracesAFrameByTheLevelsBits) {
                     plane("In_params", "y", in.luma), plane("In_params", "uv", in.chroma),
                     plane("Out_params", "y", out.luma), plane("Out_params", "uv", out.chroma),
                     "D THIS IS HI-JACK VERSION", "D CL_HDR2SDR_ARM_convert1 exit"));
-
-    log.clear();
     in.format = static_cast<_Image_ColorFormat>(6);
-    instance.convert1(in, out, nullptr);
+    pool.convert1(in, out, nullptr);
     EXPECT_EQ(log.count("D CL_HDR2SDR_ARM_convert1 in_color is Unknown err out color is P010_LINEAR"), 1);
     in.format = P010_LINEAR;
+    at_level(4);
+    normal.convert1(in, rgba, &info);
+    EXPECT_EQ(log.count("D Nothing to do"), 1);
 
-    const Instance normal(8, 4, NORMAL);
-    debug_level = 4;
-    log.clear();
+    retained.convert(in, in, nullptr);
+    at_level(4);
+    retained.convert(in, in, nullptr);
+    EXPECT_EQ(lines_from("D map_"), 2);
+    EXPECT_EQ(lines_from("D print out"), 0);
+    at_level(6);
+    retained.convert(in, in, nullptr);
+    EXPECT_EQ(lines_from("D print out exported_memory handle is "), 2);
+    EXPECT_EQ(log.count("D direct_IO approach!"), 1);
+
+    at_level(4);
     out.format = NV12;
-    HDR10PLUS_DYNAMIC_INFO info = default_record();
-    log.clear();
     normal.convert(in, out, &info);
     EXPECT_THAT(log.texts(), Contains(plane("Out_params", "y", out.luma)));
-    EXPECT_THAT(log.texts(), Not(Contains("D THIS IS NORMAL VERSION")));
-    EXPECT_THAT(log.texts(), Not(Contains(StartsWith("D map_y_in size()")))); // empty maps are not listed
+    EXPECT_EQ(log.count("D THIS IS NORMAL VERSION"), 0);
+    EXPECT_EQ(lines_from("D map_y_in size()"), 0); // empty maps are not listed
     EXPECT_EQ(log.count("D print_debug_hdr10plus_metadata country_code is 181 "), 1);
     EXPECT_EQ(log.count("D print_debug_hdr10plus_metadata num_maxrgb_percentiles[3] is 9"), 1);
     EXPECT_EQ(log.count("D print_debug_hdr10plus_metadata maxrgb_percentages[14] is 0"), 1);
     EXPECT_EQ(log.count("D print_debug_hdr10plus_metadata bezier_curve_anchors[8] is 990"), 1);
-    const auto metadata_lines = [&] {
-        const auto all = log.texts();
-        return std::count_if(all.begin(), all.end(), [](const std::string& line) {
-            return line.rfind("D print_debug_hdr10plus_metadata ", 0) == 0;
-        });
-    };
-    EXPECT_EQ(metadata_lines(), 6 + 3 + 1 + 1 + 15 + 15 + 4 + 15);
-
-    log.clear();
-    debug_level = 6;
+    EXPECT_EQ(lines_from("D print_debug_hdr10plus_metadata "), 6 + 3 + 1 + 1 + 15 + 15 + 4 + 15);
+    at_level(6);
     normal.convert(in, out, &info);
-    for (const char* map : {"map_y_in", "map_uv_in", "map_y_out", "map_uv_out"}) {
+    for (const char* map : {"map_y_in", "map_uv_in", "map_y_out", "map_uv_out"})
         EXPECT_EQ(log.count(std::string("D ") + map + " size() is 1 and this is the list"), 1);
-    }
-    EXPECT_THAT(log.texts(), Contains(StartsWith("D print out exported_memory handle is ")).Times(4));
     EXPECT_EQ(log.count("D THIS IS NORMAL VERSION"), 1);
-    debug_level = 8; // above 4 but without the bits: nothing
-    log.clear();
+    at_level(8); // above 4 but without the bits
     normal.convert(in, out, &info);
-    EXPECT_TRUE(log.texts().empty());
+    EXPECT_THAT(log.texts(), ElementsAre());
     debug_level = 1;
 }
 
@@ -271,92 +284,71 @@ TEST_F(EntryTest, CollectsTimesFromLevelTwoOn) {
         instance.convert1(in, out, nullptr);
         debug_level = 3;
         instance.convert1(in, out, nullptr);
-        instance.convert1(in, out, nullptr);
-        log.clear();
     }
     debug_level = 1;
-    EXPECT_EQ(log.count("I framecount is 2"), 1);
+    EXPECT_EQ(log.count("I framecount is 1"), 1);
 }
 
-TEST_F(EntryDeathTest, PlanesWithoutDescriptorOrSizeEndTheProcess) {
-    const struct {
-        _ALGO_t mode;
-        bool pool;
-        int break_plane; // of input luma, input chroma, output luma, output chroma
-        const char* message;
-    } cases[] = {
-        {HI_JACK, false, 0,
-         "converter_vendor:705 CHECK.In_params->buffer.0..handle > 0 && In_params->buffer.0..size > 0. failed"},
-        {HI_JACK, false, 1,
-         "converter_vendor:706 CHECK.In_params->buffer.1..handle > 0 && In_params->buffer.1..size > 0. failed"},
-        {NORMAL, true, 0, "converter_vendor:610 CHECK.In_params->buffer.0."},
-        {NORMAL, true, 1, "converter_vendor:611 CHECK.In_params->buffer.1."},
-        {HI_JACK, true, 2,
-         "converter_vendor:106 CHECK.Out_params->buffer.0..handle > 0 && Out_params->buffer.0..size > 0. failed"},
-        {HI_JACK, true, 3, "converter_vendor:107 CHECK.Out_params->buffer.1."},
-        {NORMAL, true, 2, "converter_vendor:344 CHECK.Out_params->buffer.0."},
-        {NORMAL, true, 3, "converter_vendor:345 CHECK.Out_params->buffer.1."},
+/// Ends in the conversion: a plane without descriptor or size, or a failing import, counted from 1.
+TEST_F(EntryDeathTest, PlanesThatCannotBeUsedEndTheProcess) {
+    const auto planes = [](const std::string& params, int plane) {
+        const std::string record = params + "->buffer." + std::to_string(plane) + ".";
+        return record + ".handle > 0 && " + record + ".size > 0";
     };
-    for (const auto& c : cases) {
-        EXPECT_EXIT(
-            {
-                const Instance instance(8, 4, c.mode, c.pool);
-                _HDR2SDR_config_params_t params[2];
-                params[0] = in.params();
-                params[1] = out.params();
-                _MULTIPLANE_t& plane = params[c.break_plane / 2].buffer[c.break_plane % 2];
-                (c.pool ? plane.size : plane.handle) = 0;
-                HDR10PLUS_DYNAMIC_INFO info{};
-                const uint32_t static_info[3] = {};
-                if (c.pool) CL_HDR2SDR_ARM_convert1(&params[0], &params[1], &info, static_info, instance.handle(), 0);
-                CL_HDR2SDR_ARM_convert(&params[0], &params[1], &info, 0, instance.handle());
-            },
-            testing::ExitedWithCode(134), std::string("ASSERT ..(.*). tag Lumivert: ") + c.message);
-    }
-}
-
-TEST_F(EntryDeathTest, PlanesThatCannotBeImportedEndTheProcess) {
+    const auto two = [](const std::string& name) { return name + "y" + " != nullptr && " + name + "uv != nullptr"; };
+    const auto buffers = [](const std::string& name) {
+        return name + "y_buffer != nullptr && " + name + "uv_buffer != nullptr";
+    };
+    const std::string target = "formatter->target_rgba_buffer != nullptr";
     const struct {
         _ALGO_t mode;
         bool pool;
         _Image_ColorFormat format;
-        int failing_import; // from 1, of the conversion
-        const char* message;
+        int broken_plane; ///< of input luma, input chroma, output luma, output chroma
+        int failing_import;
+        int line;
+        std::string condition;
     } cases[] = {
-        {HI_JACK, false, P010_LINEAR, 2,
-         "converter_vendor:188 CHECK.io_p010_y_buffer != nullptr && io_p010_uv_buffer != nullptr. failed"},
-        {HI_JACK, true, P010_LINEAR, 1,
-         "converter_vendor:124 CHECK.inp_p010_y_buffer != nullptr && inp_p010_uv_buffer != nullptr. failed"},
-        {HI_JACK, true, P010_LINEAR, 4,
-         "converter_vendor:125 CHECK.out_p010_y_buffer != nullptr && out_p010_uv_buffer != nullptr. failed"},
-        {NORMAL, false, NV12, 2,
-         "converter_vendor:255 CHECK.input_p010_y != nullptr && input_p010_uv != nullptr. failed"},
-        {NORMAL, false, RGBA, 3, "converter_vendor:259 CHECK.formatter->target_rgba_buffer != nullptr. failed"},
-        {NORMAL, false, NV12, 4,
-         "converter_vendor:263 CHECK.final_nv12_y != nullptr && final_nv12_uv != nullptr. failed"},
-        {NORMAL, true, NV12, 1,
-         "converter_vendor:353 CHECK.input_p010_y != nullptr && input_p010_uv != nullptr. failed"},
-        {NORMAL, true, RGBA, 3, "converter_vendor:358 CHECK.formatter->target_rgba_buffer != nullptr. failed"},
-        {NORMAL, true, P010_LINEAR, 3,
-         "converter_vendor:371 CHECK.out_p010_y != nullptr && out_p010_uv != nullptr. failed"},
-        {NORMAL, true, NV12, 4,
-         "converter_vendor:364 CHECK.final_nv12_y != nullptr && final_nv12_uv != nullptr. failed"},
+        {HI_JACK, false, P010_LINEAR, 0, 0, 705, planes("In_params", 0)},
+        {HI_JACK, false, P010_LINEAR, 1, 0, 706, planes("In_params", 1)},
+        {NORMAL, true, NV12, 0, 0, 610, planes("In_params", 0)},
+        {NORMAL, true, NV12, 1, 0, 611, planes("In_params", 1)},
+        {HI_JACK, true, P010_LINEAR, 2, 0, 106, planes("Out_params", 0)},
+        {HI_JACK, true, P010_LINEAR, 3, 0, 107, planes("Out_params", 1)},
+        {NORMAL, true, NV12, 2, 0, 344, planes("Out_params", 0)},
+        {NORMAL, true, NV12, 3, 0, 345, planes("Out_params", 1)},
+        {HI_JACK, false, P010_LINEAR, -1, 2, 188, buffers("io_p010_")},
+        {HI_JACK, true, P010_LINEAR, -1, 1, 124, buffers("inp_p010_")},
+        {HI_JACK, true, P010_LINEAR, -1, 4, 125, buffers("out_p010_")},
+        {NORMAL, false, NV12, -1, 2, 255, two("input_p010_")},
+        {NORMAL, false, RGBA, -1, 3, 259, target},
+        {NORMAL, false, NV12, -1, 4, 263, two("final_nv12_")},
+        {NORMAL, true, NV12, -1, 1, 353, two("input_p010_")},
+        {NORMAL, true, RGBA, -1, 3, 358, target},
+        {NORMAL, true, P010_LINEAR, -1, 3, 371, two("out_p010_")},
+        {NORMAL, true, NV12, -1, 4, 364, two("final_nv12_")},
     };
+    HDR10PLUS_DYNAMIC_INFO info{};
+    const uint32_t static_info[3] = {};
     for (const auto& c : cases) {
-        EXPECT_EXIT(
-            {
-                const Instance instance(8, 4, c.mode, c.pool);
-                out.format = c.format;
-                HDR10PLUS_DYNAMIC_INFO info{};
-                spy::fail("clImportMemoryARM", CL_INVALID_VALUE, c.failing_import);
-                c.pool ? instance.convert1(in, out, &info) : instance.convert(in, out, &info);
-            },
-            testing::ExitedWithCode(134), c.message);
+        const auto convert = [&] {
+            const Instance instance(8, 4, c.mode, c.pool);
+            out.format = c.format;
+            _HDR2SDR_config_params_t params[] = {in.params(), out.params()};
+            if (c.broken_plane >= 0) {
+                _MULTIPLANE_t& plane = params[c.broken_plane / 2].buffer[c.broken_plane % 2];
+                (c.pool ? plane.size : plane.handle) = 0;
+            }
+            if (c.failing_import > 0) spy::fail("clImportMemoryARM", CL_INVALID_VALUE, c.failing_import);
+            if (c.pool) CL_HDR2SDR_ARM_convert1(&params[0], &params[1], &info, static_info, instance.handle(), 0);
+            CL_HDR2SDR_ARM_convert(&params[0], &params[1], &info, 0, instance.handle());
+        };
+        EXPECT_EXIT(convert(), testing::ExitedWithCode(134),
+                    "tag Lumivert: converter_vendor:" + std::to_string(c.line) + " CHECK." + c.condition + ". failed");
     }
     EXPECT_EXIT(
         {
             const Instance instance(8, 4, NORMAL);
-            HDR10PLUS_DYNAMIC_INFO info{};
             spy::fail("clReleaseMemObject", CL_OUT_OF_RESOURCES);
             instance.convert1(in, out, &info);
         },

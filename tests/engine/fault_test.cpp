@@ -7,8 +7,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <set>
 
 #include "instance.h"
@@ -75,24 +73,9 @@ struct Report {
     bool right;      ///< the frame is what an undisturbed conversion makes
     int error_lines; ///< while the fault was on
     bool done;
-    int descriptors[2]; ///< open before and after
-    int mappings[2];    ///< of planes, before and after
+    Footprint before;
+    Footprint after;
 };
-
-int open_descriptors() {
-    int count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-        ++count;
-    return count;
-}
-
-int plane_mappings() {
-    int count = 0;
-    std::ifstream maps("/proc/self/maps");
-    for (std::string line; std::getline(maps, line);)
-        count += line.find("memfd:") != std::string::npos ? 1 : 0;
-    return count;
-}
 
 /// One life of an instance with the fault in one stage of it.
 void live(const Scenario& s, const DataFolder& folder, const LogCapture& log, Frame& in, Frame& out, int nth, int times,
@@ -144,24 +127,19 @@ void child(const Scenario& s, const DataFolder& folder, int nth, int times, Repo
     set_property("ro.build.fingerprint", "a/b/c:1/2/FAULT:user/x");
     Frame in(P010_LINEAR, 16, 8);
     Frame out(s.format, 16, 8);
-    const auto picture = [&] {
-        Plane& luma = s.mode == HI_JACK && !s.pool ? in.luma : out.luma;
-        return std::string(reinterpret_cast<char*>(luma.bytes()), luma.size());
-    };
+    const Plane& picture = s.mode == HI_JACK && !s.pool ? in.luma : out.luma;
     // Undisturbed lives first: the cache is written, and what the driver keeps for good is there. Two, because the
     // second one loads what the first one wrote.
     Report calm{};
     live(s, folder, log, in, out, 0, 0, calm);
     live(s, folder, log, in, out, 0, 0, calm);
-    const std::string expected = picture();
+    const std::string expected = picture.contents();
 
-    report.descriptors[0] = open_descriptors();
-    report.mappings[0] = plane_mappings();
+    report.before = footprint();
     log.clear();
     live(s, folder, log, in, out, nth, times, report);
-    report.right = picture() == expected;
-    report.descriptors[1] = open_descriptors();
-    report.mappings[1] = plane_mappings();
+    report.right = picture.contents() == expected;
+    report.after = footprint();
     report.done = true;
 }
 
@@ -209,8 +187,8 @@ TEST_P(FaultDeathTest, EveryOpenClCallMayFail) {
             ASSERT_TRUE(report->done);
             if (!report->reached) break; // all calls of the stage have had their turn
             ++injected;
-            EXPECT_EQ(report->descriptors[1], report->descriptors[0]);
-            EXPECT_EQ(report->mappings[1], report->mappings[0]);
+            EXPECT_EQ(report->after.descriptors, report->before.descriptors);
+            EXPECT_EQ(report->after.plane_mappings, report->before.plane_mappings);
             EXPECT_TRUE(report->error_lines > 0 || kSilent.count(report->call) > 0);
             if (s.stage == Stage::kInit) {
                 refused += report->init == 0 ? 1 : 0;
@@ -249,29 +227,6 @@ TEST_F(SurroundingsFault, WorkBuffersThatCannotBeAllocatedRefuseTheInit) {
         EXPECT_EQ(log.count("E [CL_HDR2SDR_ARM_init] failed 518"), 1);
     }
     g_failing_size = 0;
-}
-
-using FullDiskDeathTest = EngineTest;
-
-TEST_F(FullDiskDeathTest, EndsTheProcessWhereTheCacheCannotBeWritten) {
-    EXPECT_EXIT(
-        {
-            Formatter engine(6, 4, NORMAL);
-            engine.makeProgram();
-            engine.storeProgram("/dev/full");
-        },
-        testing::ExitedWithCode(134), "cl_formatter_vendor:482 CHECK.stream.good... failed");
-}
-
-TEST_F(SurroundingsFault, DumpsIntoAFolderThatVanishedChangeNothing) {
-    set_property("vendor.Lumivert.debug.dump", "1");
-    const Instance instance(12, 6, NORMAL);
-    setenv("ANDROID_DATA", "/nonexistent", 1);
-    setenv("EXTERNAL_STORAGE", "/nonexistent", 1);
-    Frame in(P010_LINEAR, 12, 6);
-    Frame out(NV12, 12, 6);
-    HDR10PLUS_DYNAMIC_INFO info{};
-    EXPECT_EQ(instance.convert(in, out, &info), 1);
 }
 
 } // namespace

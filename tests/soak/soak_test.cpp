@@ -1,13 +1,9 @@
 /// Long runs through the shipped library: memory, descriptors and mappings stay flat. LUMIVERT_SOAK_FRAMES (10000) sets
 /// the length; the figures are printed.
 #include <gtest/gtest.h>
-#include <malloc.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <random>
 #include <string>
@@ -18,26 +14,6 @@
 #include "support/host.h"
 
 namespace {
-
-struct Footprint {
-    long resident_kib;
-    int descriptors;
-    int plane_mappings;
-};
-
-Footprint footprint() {
-    malloc_trim(0);
-    Footprint now{};
-    long pages = 0;
-    std::ifstream("/proc/self/statm") >> pages >> pages;
-    now.resident_kib = pages * (sysconf(_SC_PAGESIZE) / 1024);
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-        ++now.descriptors;
-    std::ifstream maps("/proc/self/maps");
-    for (std::string line; std::getline(maps, line);)
-        now.plane_mappings += line.find("memfd:") != std::string::npos;
-    return now;
-}
 
 /// Metadata of a frame: seeded, every branch of the curve among them.
 HDR10PLUS_DYNAMIC_INFO random_record(std::mt19937& random) {
@@ -180,13 +156,10 @@ TEST_F(Soak, TwoInstancesInTwoThreads) {
     void* instances[] = {make_instance(NORMAL, 1), make_instance(HI_JACK, 1)};
     Pool nv12(NV12);
     Pool p010(P010_LINEAR);
-    const auto plane = [](Frame& frame) {
-        return std::string(reinterpret_cast<char*>(frame.luma.bytes()), frame.luma.size());
-    };
     // What each makes alone is what it makes beside the other.
     convert(instances[0], nv12, false, 0, Pool::kFrames);
     convert(instances[1], p010, false, 0, Pool::kFrames);
-    const std::string alone[] = {plane(*nv12.out[3]), plane(*p010.out[3])};
+    const std::string alone[] = {nv12.out[3]->luma.contents(), p010.out[3]->luma.contents()};
     const int length = soak_frames() / 4 / Pool::kFrames * Pool::kFrames;
     expect_flat("frames in each of two threads", length, kTolerance, [&](int first, int last) {
         std::thread other([&] { convert(instances[1], p010, false, first, last); });
@@ -194,8 +167,8 @@ TEST_F(Soak, TwoInstancesInTwoThreads) {
         other.join();
     });
     convert(instances[0], nv12, false, 0, Pool::kFrames);
-    EXPECT_EQ(plane(*nv12.out[3]), alone[0]);
-    EXPECT_EQ(plane(*p010.out[3]), alone[1]);
+    EXPECT_EQ(nv12.out[3]->luma.contents(), alone[0]);
+    EXPECT_EQ(p010.out[3]->luma.contents(), alone[1]);
     for (void* instance : instances)
         CL_HDR2SDR_ARM_deinit(instance);
 }

@@ -1,6 +1,7 @@
 #include "support/host.h"
 
 #include <android-base/properties.h>
+#include <malloc.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -71,14 +72,27 @@ std::size_t whole_blocks(uint32_t width, uint32_t height) {
     return std::size_t{(width + 3) / 4 * 4} * ((height + 1) / 2 * 2);
 }
 
-std::size_t luma_bytes(_Image_ColorFormat format, uint32_t width, uint32_t height) {
-    return whole_blocks(width, height) * (format == RGBA ? 4 : format == P010_LINEAR ? 2 : 1);
-}
-
 } // namespace
 
 Frame::Frame(_Image_ColorFormat format_, uint32_t width, uint32_t height)
-    : format(format_), luma(luma_bytes(format_, width, height)), chroma(whole_blocks(width, height)) {}
+    : format(format_), luma(whole_blocks(width, height) * (format == RGBA          ? 4
+                                                           : format == P010_LINEAR ? 2
+                                                                                   : 1)),
+      chroma(whole_blocks(width, height) / (format == NV12 ? 2 : 1)) {}
+
+Footprint footprint() {
+    malloc_trim(0);
+    Footprint now{};
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages;
+    now.resident_kib = pages * (sysconf(_SC_PAGESIZE) / 1024);
+    const fs::directory_iterator open("/proc/self/fd");
+    now.descriptors = static_cast<int>(std::distance(begin(open), end(open)));
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);)
+        now.plane_mappings += line.find("memfd:") != std::string::npos ? 1 : 0;
+    return now;
+}
 
 void fill_random(Frame& frame, uint32_t seed) {
     std::mt19937 random(seed);

@@ -1,6 +1,7 @@
 /// The surroundings of an instance in a test: its own data partition, properties, planes in shared memory.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -42,6 +43,8 @@ public:
     uint8_t* bytes() { return mMapping; }
     uint16_t* words() { return reinterpret_cast<uint16_t*>(mMapping); }
     std::size_t size() const { return mBytes; }
+    std::string contents() const { return {reinterpret_cast<char*>(mMapping), mBytes}; }
+    void fill(uint8_t value) { std::fill_n(mMapping, mBytes, value); }
 
 private:
     int mFd;
@@ -59,6 +62,14 @@ struct Frame {
     Plane luma;
     Plane chroma;
 };
+
+/// What this process holds.
+struct Footprint {
+    long resident_kib;
+    int descriptors;
+    int plane_mappings;
+};
+Footprint footprint();
 
 /// Fills both planes with seeded random P010 codes; the low six bits are noise too.
 void fill_random(Frame& frame, uint32_t seed);

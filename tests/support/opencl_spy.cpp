@@ -218,27 +218,18 @@ cl_mem clImportMemoryARM(cl_context c, cl_mem_flags flags, const cl_import_prope
 cl_int clGetMemObjectInfo(cl_mem m, cl_mem_info info, size_t size, void* value, size_t* size_out) {
     STATUS(clGetMemObjectInfo, spy::text(info, size), m, info, size, value, size_out);
 }
-cl_int clReleaseMemObject(cl_mem m) {
-    STATUS(clReleaseMemObject, "", m);
-}
-cl_int clReleaseKernel(cl_kernel k) {
-    STATUS(clReleaseKernel, "", k);
-}
-cl_int clReleaseProgram(cl_program p) {
-    STATUS(clReleaseProgram, "", p);
-}
-cl_int clReleaseSampler(cl_sampler s) {
-    STATUS(clReleaseSampler, "", s);
-}
-cl_int clReleaseCommandQueue(cl_command_queue q) {
-    STATUS(clReleaseCommandQueue, "", q);
-}
-cl_int clReleaseContext(cl_context c) {
-    STATUS(clReleaseContext, "", c);
-}
-cl_int clReleaseDevice(cl_device_id d) {
-    STATUS(clReleaseDevice, "", d);
-}
+
+#define RELEASE(name, type)                                                                                            \
+    cl_int name(type handle) {                                                                                         \
+        STATUS(name, "", handle);                                                                                      \
+    }
+RELEASE(clReleaseMemObject, cl_mem)
+RELEASE(clReleaseKernel, cl_kernel)
+RELEASE(clReleaseProgram, cl_program)
+RELEASE(clReleaseSampler, cl_sampler)
+RELEASE(clReleaseCommandQueue, cl_command_queue)
+RELEASE(clReleaseContext, cl_context)
+RELEASE(clReleaseDevice, cl_device_id)
 
 } // extern "C"
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)
