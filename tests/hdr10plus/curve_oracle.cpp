@@ -38,9 +38,9 @@ double first_anchor(double kx, double ky, double r) {
 
 Curve basis(const HDR10PLUS_DYNAMIC_INFO& info, double display, double scene) {
     const double r = ratio(display, scene);
-    const double m = percentile(info, 50, 50).luminance / std::max(percentile(info, 99, 99.95).luminance, 1e-4);
+    const double m = percentile(info, 50, 50) / std::max(percentile(info, 99, 99.95), 1e-4);
     const double dark = ramp(1, 0.05, 0.05, 0.5, m);
-    Curve built = {Branch::basis, 0, 0, 0, std::vector<double>(9)};
+    Curve built = {0, 0, 0, std::vector<double>(9)};
     built.ky = dark * ramp(0, 0.3, 0.22, 1, r) + (1 - dark) * ramp(0, 0.2, 0.25, 0.95, r);
     built.kx = built.ky * r;
     const double p1 = built.anchors[0] = first_anchor(built.kx, built.ky, r);
@@ -62,8 +62,8 @@ Curve basis(const HDR10PLUS_DYNAMIC_INFO& info, double display, double scene) {
 Curve guided(const HDR10PLUS_DYNAMIC_INFO& info, double display, double scene) {
     const double graded = info.display_max_luminance;
     const int count = std::min<int>(info.num_bezier_curve_anchors, 15);
-    Curve built = {Branch::as_graded, 0, info.knee_point_x / 4095.0, info.knee_point_y / 4095.0, {}};
-    Curve line = {Branch::identity, 0, 0.3, 0.3, {}};
+    Curve built = {0, info.knee_point_x / 4095.0, info.knee_point_y / 4095.0, {}};
+    Curve line = {0, 0.3, 0.3, {}};
     for (int i = 0; i < count; ++i) {
         built.anchors.push_back(info.bezier_curve_anchors[i] / 1023.0);
         line.anchors.push_back((i + 1.0) / (count + 1.0));
@@ -80,7 +80,6 @@ Curve guided(const HDR10PLUS_DYNAMIC_INFO& info, double display, double scene) {
     const auto mix = [=](double own, double others) { return others + own_share * (own - others); };
 
     other.anchors.resize(count, 0.0);
-    built.branch = dimmer ? Branch::dimmer : Branch::brighter;
     built.ky = std::clamp(mix(built.ky, other.ky), 0.0, 1.0);
     built.kx = built.ky * r;
     const double p1 = first_anchor(built.kx, built.ky, r);
@@ -114,19 +113,18 @@ double scene_peak(const HDR10PLUS_DYNAMIC_INFO& info) {
     return std::min({brightest, limit, 10000.0});
 }
 
-Percentile percentile(const HDR10PLUS_DYNAMIC_INFO& info, int percentage, double target) {
+double percentile(const HDR10PLUS_DYNAMIC_INFO& info, int percentage, double target) {
     auto entries = distribution(info);
     if (entries.size() > 1) entries.erase(entries.begin() + 1, entries.begin() + std::min<size_t>(3, entries.size()));
     for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry)
-        if (entry->first == percentage) return {entry->second, Source::listed};
+        if (entry->first == percentage) return entry->second;
     entries.insert(entries.begin(), {0, 0.0});
     for (size_t i = entries.size() - 1; i > 0; --i) {
         const auto [low, dark] = entries[i - 1];
         const auto [high, bright] = entries[i];
-        if (low < percentage && percentage < high)
-            return {dark + (bright - dark) * (target - low) / (high - low), Source::interpolated};
+        if (low < percentage && percentage < high) return dark + (bright - dark) * (target - low) / (high - low);
     }
-    return {-1, Source::unknown};
+    return -1;
 }
 
 Curve curve(const HDR10PLUS_DYNAMIC_INFO& info, unsigned target) {

@@ -7,23 +7,13 @@
 
 namespace oracle {
 
-enum class Source { listed, interpolated, unknown };
-
-struct Percentile {
-    double luminance; // cd/m2
-    Source source;
-};
-
-enum class Branch { basis, as_graded, identity, dimmer, brighter };
-
 struct Curve {
-    Branch branch;
     double normalize_x, kx, ky;
     std::vector<double> anchors;
 };
 
-double scene_peak(const HDR10PLUS_DYNAMIC_INFO& info);
-Percentile percentile(const HDR10PLUS_DYNAMIC_INFO& info, int percentage, double target);
+double scene_peak(const HDR10PLUS_DYNAMIC_INFO& info);                                // cd/m2
+double percentile(const HDR10PLUS_DYNAMIC_INFO& info, int percentage, double target); // cd/m2
 Curve curve(const HDR10PLUS_DYNAMIC_INFO& info, unsigned target);
 double gain(const Curve& curve, double x);
 
