@@ -44,7 +44,7 @@ void parse_values(const std::string& word) {
 
 /// One word to a line.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::istringstream text(fuzz::Input(data, size).rest());
+    std::istringstream text(fuzz::text(data, size));
     std::vector<std::string> words;
     for (std::string word; std::getline(text, word);)
         words.push_back(word);

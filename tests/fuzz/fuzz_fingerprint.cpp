@@ -23,7 +23,7 @@ std::string expected_identifier(const std::string& fingerprint) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::string fingerprint = fuzz::Input(data, size).rest();
+    const std::string fingerprint = fuzz::text(data, size);
     fuzz::require(lumivert::Formatter::getAPSoftwareVersion(fingerprint) == expected_identifier(fingerprint),
                   "the build identifier");
     return 0;

@@ -12,7 +12,6 @@
 #include <string>
 #include <unistd.h>
 
-using testing::Each;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::ExitedWithCode;
@@ -43,13 +42,17 @@ protected:
     const std::string path_;
 };
 
-TEST_F(RawImage, Nv12IsTightlyPackedAndReadsWholePairs) {
+TEST_F(RawImage, Nv12IsTightlyPackedAndComesInWholePairs) {
     file(counting(40));
     const nv12_image_t image = load_nv12_image_data(path_, 5, 3);
     EXPECT_EQ(image.width, 5);
     EXPECT_EQ(image.height, 3);
     EXPECT_EQ(image.y, counting(15));
     EXPECT_THAT(image.uv, ElementsAre(16, 17, 18, 19, 20, 21, 0));
+    save_nv12_image_data(path_, image); // over the longer file
+    EXPECT_EQ(file(), counting(21));
+    save_nv12_image_data(path_, {{2, 1, {1, 2}, {}}});
+    EXPECT_THAT(file(), ElementsAre(1, 2));
 }
 
 TEST_F(RawImage, ShortFilesReadAsZero) {
@@ -57,12 +60,11 @@ TEST_F(RawImage, ShortFilesReadAsZero) {
     const nv12_image_t fixed = load_nv12_image_data(path_);
     EXPECT_EQ(fixed.width, 3840);
     EXPECT_EQ(fixed.height, 2160);
-    EXPECT_EQ(fixed.y.size(), 8294400);
-    EXPECT_EQ(fixed.uv.size(), 4147200);
-    EXPECT_EQ(std::accumulate(fixed.y.begin(), fixed.y.end(), 0), 1 + 2 + 3 + 4 + 5);
+    EXPECT_EQ(fixed.uv, Bytes(4147200));
+    Bytes luma = counting(5);
+    luma.resize(8294400);
+    EXPECT_EQ(fixed.y, luma);
     EXPECT_THAT(load_rgba_image_data(path_, 2, 1).data, ElementsAre(1, 2, 3, 4, 5, 0, 0, 0));
-    file({});
-    EXPECT_THAT(load_p010_image_data(path_, 8, 2).uv, Each(0));
 }
 
 TEST_F(RawImage, P010KeepsTheDecodersPadding) {
@@ -99,42 +101,22 @@ TEST_F(RawImage, RgbaIsSavedWithAHeaderThatTheLoaderTakesForPixels) {
     EXPECT_THAT(load_rgba_image_data(path_, 1, 5).data, ElementsAreArray(saved.begin(), saved.begin() + 20));
 }
 
-TEST_F(RawImage, Nv12IsSavedInWholePairsOverAnOlderFile) {
-    file(counting(100));
-    save_nv12_image_data(path_, {{2, 2, {1, 2, 3}, {4, 5, 6}}});
-    EXPECT_THAT(file(), ElementsAre(1, 2, 3, 4, 5));
-    save_nv12_image_data(path_, {{2, 1, {1, 2}, {}}});
-    EXPECT_THAT(file(), ElementsAre(1, 2));
-}
-
 TEST_F(RawImage, FilesThatDoNotOpenEndTheProcess) {
     const std::string nowhere = path_ + "/none";
-    const auto for_reading = "^Can't open " + nowhere + " for reading\n$";
-    const auto for_writing = "^Can't open " + nowhere + " for writing\\.\n$";
-    EXPECT_EXIT(load_nv12_image_data(nowhere, 2, 2), ExitedWithCode(1), for_reading);
-    EXPECT_EXIT(load_nv12_image_data(nowhere), ExitedWithCode(1), for_reading);
-    EXPECT_EXIT(load_p010_image_data(nowhere, 2, 2), ExitedWithCode(1), for_reading);
-    EXPECT_EXIT(load_rgba_image_data(nowhere, 2, 2), ExitedWithCode(1), for_reading);
-    EXPECT_EXIT(save_nv12_image_data(nowhere, {}), ExitedWithCode(1), for_writing);
-    EXPECT_EXIT(save_p010_image_data(nowhere, {}), ExitedWithCode(1), for_writing);
-    EXPECT_EXIT(save_rgba_image_data(nowhere, {}), ExitedWithCode(1), for_writing);
+    EXPECT_EXIT(load_p010_image_data(nowhere, 2, 2), ExitedWithCode(1), "^Can't open " + nowhere + " for reading\n$");
+    EXPECT_EXIT(save_rgba_image_data(nowhere, {}), ExitedWithCode(1), "^Can't open " + nowhere + " for writing\\.\n$");
 }
 
-TEST(WritePlane, WritesWholeGroups) {
+TEST(WritePlane, WritesWholeGroupsOfSamplesItKnows) {
     const struct {
         unsigned bytes_per_sample, samples_per_group;
-        size_t plane, written;
-    } cases[] = {{1, 1, 7, 7}, {1, 2, 7, 6}, {2, 1, 7, 6},          {2, 2, 7, 4}, {4, 1, 7, 4},
-                 {4, 2, 7, 0}, {1, 8, 7, 0}, {3, 1, 2, 0},          {3, 0, 7, 0}, {1, 0, 7, 0},
-                 {0, 1, 7, 0}, {1, 1, 0, 0}, {0x80000001u, 2, 7, 0}};
-    for (const auto& [bytes_per_sample, samples_per_group, plane, written] : cases) {
+        size_t written; // of 7 bytes
+    } cases[] = {{1, 2, 6}, {2, 1, 6}, {2, 2, 4}, {4, 1, 4}, {4, 2, 0}, {3, 3, 0}, {3, 0, 0}, {0x80000001u, 2, 0}};
+    for (const auto& [bytes_per_sample, samples_per_group, written] : cases) {
         std::ostringstream out;
-        lumivert::write_plane(out, bytes_per_sample, samples_per_group, counting(plane));
+        lumivert::write_plane(out, bytes_per_sample, samples_per_group, counting(7));
         EXPECT_EQ(out.str(), std::string("\1\2\3\4\5\6\7").substr(0, written));
     }
-}
-
-TEST(WritePlane, UnknownSampleWidthEndsTheProcess) {
     std::ostringstream out;
     EXPECT_EXIT(lumivert::write_plane(out, 3, 1, counting(3)), ExitedWithCode(1),
                 "^Error, can't write 3 bytes at a time\\.\n$");
