@@ -9,7 +9,7 @@
 #include <regex>
 #include <sstream>
 
-#include "instance.h"
+#include "engine_test.h"
 
 namespace lumivert {
 namespace {

@@ -1,4 +1,4 @@
-#include "instance.h"
+#include "engine_test.h"
 
 namespace lumivert {
 namespace {
@@ -34,8 +34,8 @@ TEST_F(EntryTest, InitMakesTheKernelsOfItsMode) {
         for (const std::string& name : c.kernels)
             created.push_back("clCreateKernel " + name);
         EXPECT_EQ(spy::calls_of({"clCreateKernel"}), created);
-        EXPECT_EQ(instance.engine().mState, 1);
-        EXPECT_EQ(instance.engine().IsC2Base, c.c2);
+        EXPECT_EQ(engine_of(instance).mState, 1);
+        EXPECT_EQ(engine_of(instance).IsC2Base, c.c2);
         EXPECT_THAT(log.texts(),
                     Contains(testing::MatchesRegex(
                         std::string("I \\[CL_HDR2SDR_ARM_init\\] vendor entry IsC2Base is ") + (c.c2 ? "1" : "0") +
@@ -79,15 +79,11 @@ TEST_F(EntryTest, InitRefusesWithANullHandle) {
 }
 
 TEST_F(EntryTest, InitReadsTheDebugProperties) {
-    set_property("vendor.Lumivert.debug.level", "7");
-    { const Instance instance(8, 4, HI_JACK); }
-    EXPECT_EQ(debug_level, 7);
-    set_property("vendor.Lumivert.debug.level", "x");
-    { const Instance instance(8, 4, HI_JACK); }
-    EXPECT_EQ(debug_level, 0);
-    set_property("vendor.Lumivert.debug.level", "");
-    { const Instance instance(8, 4, HI_JACK); }
-    EXPECT_EQ(debug_level, 1);
+    for (const auto& [text, level] : {std::pair{"7", 7}, {"x", 0}, {"", 1}}) {
+        set_property("vendor.Lumivert.debug.level", text);
+        const Instance instance(8, 4, HI_JACK);
+        EXPECT_EQ(debug_level, level) << text;
+    }
 }
 
 TEST_F(EntryTest, RefusalsSayWhyAndLeaveTheInstanceUsable) {
@@ -106,7 +102,7 @@ TEST_F(EntryTest, RefusalsSayWhyAndLeaveTheInstanceUsable) {
     log.clear();
     EXPECT_EQ(instance.convert(in, out, nullptr), 0);
     EXPECT_THAT(log.texts(), ElementsAre("E Dynamic metadata is null !"));
-    EXPECT_EQ(instance.engine().mState, 1);
+    EXPECT_EQ(engine_of(instance).mState, 1);
 
     log.clear();
     for (const int format : {0, 3, 4, 6, -1}) {
@@ -128,7 +124,7 @@ TEST_F(EntryTest, RefusalsSayWhyAndLeaveTheInstanceUsable) {
     EXPECT_TRUE(log.texts().empty());
     debug_level = 1;
     EXPECT_EQ(instance.convert(in, out, &info), 1);
-    EXPECT_EQ(instance.engine().mState, 2);
+    EXPECT_EQ(engine_of(instance).mState, 2);
 
     Formatter unready(8, 4, NORMAL);
     log.clear();
@@ -149,15 +145,15 @@ TEST_F(EntryTest, FallsBackToADefaultRecordFromTheStaticLuminances) {
     EXPECT_THAT(log.texts(),
                 ElementsAre("E There is no HDR10 dynamic metadata! It will fallback to default value",
                             "I HDR Static Info available : maxCll = 2000.500000, Min Luminance = 4000.000000"));
-    EXPECT_EQ(instance.engine().mDynamicInfo->knee_point_y, 320);
-    EXPECT_EQ(instance.engine().mState, 2);
+    EXPECT_EQ(engine_of(instance).mDynamicInfo->knee_point_y, 320);
+    EXPECT_EQ(engine_of(instance).mState, 2);
 
     const uint32_t dim[] = {1, 40000000, 8000000}; // MaxCLL of 800 decides
     debug_level = 0;
     log.clear();
     EXPECT_EQ(CL_HDR2SDR_ARM_convert1(&i, &o, nullptr, dim, instance.handle(), 0), 1);
     EXPECT_THAT(log.texts(), ElementsAre(StartsWith("I HDR Static Info available : maxCll = 800.0")));
-    EXPECT_EQ(instance.engine().mDynamicInfo->knee_point_y, 132);
+    EXPECT_EQ(engine_of(instance).mDynamicInfo->knee_point_y, 132);
     debug_level = 1;
 }
 
@@ -192,21 +188,6 @@ TEST_F(EntryTest, TheMastersPeakSelectsTheTable) {
                     ElementsAre(std::string("clEnqueueNDRangeKernel process_hdr_to_sdr_") + c.kernel + " 4x2"))
             << c.peak;
     }
-}
-
-TEST_F(EntryTest, DumpsEveryConvertButOneConvert1) {
-    set_property("vendor.Lumivert.debug.dump", "1");
-    const Instance instance(8, 4, HI_JACK, false);
-    const std::size_t frame = 8 * 4 * 3;
-    instance.convert(in, out, nullptr);
-    instance.convert(in, out, nullptr);
-    EXPECT_EQ(read_file(folder.media("Input_p010.yuv")).size(), 2 * frame);
-    EXPECT_EQ(read_file(folder.media("io_p010_out.yuv")).size(), 2 * frame);
-    const Instance pool(8, 4, HI_JACK, true);
-    pool.convert1(in, out, nullptr);
-    pool.convert1(in, out, nullptr);
-    EXPECT_EQ(read_file(folder.media("Input_p010.yuv")).size(), 3 * frame);
-    EXPECT_EQ(read_file(folder.media("p010_out.yuv")).size(), frame);
 }
 
 TEST_F(EntryTest, TracesAFrameByTheLevelsBits) {

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <set>
 
-#include "instance.h"
+#include "engine_test.h"
 
 namespace {
 
@@ -104,21 +104,17 @@ void live(const Scenario& s, const DataFolder& folder, const LogCapture& log, Fr
 
     HDR10PLUS_DYNAMIC_INFO info{};
     info.maxscl[0] = 10000;
-    void* handle = nullptr;
     inject(Stage::kInit);
-    report.init = CL_HDR2SDR_ARM_init(16, 8, s.mode, &handle, s.pool ? 1 : 0);
+    auto instance = std::make_unique<Instance>(16, 8, s.mode, s.pool);
+    report.init = instance->result();
     settle(Stage::kInit);
-    if (handle == nullptr) return;
-    _HDR2SDR_config_params_t i = in.params();
-    _HDR2SDR_config_params_t o = out.params();
-    const uint32_t static_info[] = {10000000, 50, 10000000};
+    if (instance->handle() == nullptr) return;
     fill_random(in, 5);
     inject(Stage::kConvert);
-    report.convert = s.pool ? CL_HDR2SDR_ARM_convert1(&i, &o, &info, static_info, handle, 0)
-                            : CL_HDR2SDR_ARM_convert(&i, &o, &info, 1000, handle);
+    report.convert = s.pool ? instance->convert1(in, out, &info) : instance->convert(in, out, &info);
     settle(Stage::kConvert);
     inject(Stage::kDeinit);
-    CL_HDR2SDR_ARM_deinit(handle);
+    instance.reset();
     settle(Stage::kDeinit);
 }
 

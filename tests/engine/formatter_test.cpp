@@ -6,7 +6,7 @@
 
 #include <CL/cl_ext.h>
 
-#include "instance.h"
+#include "engine_test.h"
 
 namespace lumivert {
 namespace {

@@ -1,7 +1,7 @@
 /// Frames through the entry points, every sample against an independent computation: static tables for both masters,
 /// the HDR10+ path for every output format.
+#include "engine_test.h"
 #include "hdr10plus/curve_oracle.h"
-#include "instance.h"
 #include "kernels/lookup_tables.h"
 #include "kernels/oracle.h"
 
@@ -77,8 +77,8 @@ TEST_F(Frames, Hdr10PlusPathsAgreeWithTheOracle) {
         Frame p010(P010_LINEAR, w, h);
         Frame rgba_out(RGBA, w, h);
         const Instance instance(w, h, NORMAL);
-        const auto* intermediate = static_cast<const uint8_t*>(instance.engine().mWorkHost0);
-        const auto* own_rgba = static_cast<const uint8_t*>(instance.engine().mWorkHost1);
+        const auto* intermediate = static_cast<const uint8_t*>(engine_of(instance).mWorkHost0);
+        const auto* own_rgba = static_cast<const uint8_t*>(engine_of(instance).mWorkHost1);
         const std::size_t bytes = std::size_t{w} * h * 4;
         // Of the retained and the pooled frames of each format, RGBA last: it takes the work buffer's place.
         for (Frame* const output : {&nv12, &p010, &rgba_out}) {

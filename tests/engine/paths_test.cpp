@@ -2,7 +2,7 @@
 #include <map>
 #include <regex>
 
-#include "instance.h"
+#include "engine_test.h"
 #include "path_steps.h"
 
 namespace lumivert {
@@ -155,9 +155,9 @@ TEST_F(PathsTest, ARetainedRgbaFrameKeepsTheTargetForLaterFrames) {
     {
         const Instance instance(12, 6, NORMAL);
         instance.convert(in, expected, &info);
-        const cl_mem own = instance.engine().target_rgba_buffer;
+        const cl_mem own = engine_of(instance).target_rgba_buffer;
         instance.convert(in, rgba, &info);
-        EXPECT_NE(instance.engine().target_rgba_buffer, own);
+        EXPECT_NE(engine_of(instance).target_rgba_buffer, own);
         const std::string picture = rgba.luma.contents();
         rgba.luma.fill(7);
         EXPECT_EQ(instance.convert(in, nv12, &info), 1);
@@ -182,30 +182,43 @@ TEST_F(PathsTest, P010OutputOfTheRetainedPathIsLeftUnwritten) {
     EXPECT_EQ(out.chroma.contents(), std::string(out.chroma.size(), '\xA5'));
 }
 
-TEST_F(PathsTest, DumpsOfTheDynamicPaths) {
-    Frame in(P010_LINEAR, 12, 6);
-    Frame nv12(NV12, 12, 6);
-    Frame rgba(RGBA, 12, 6);
-    Frame p010(P010_LINEAR, 12, 6);
-    fill_random(in, 3);
-    for (const bool pool : {false, true}) {
-        set_property("vendor.Lumivert.debug.dump", "1");
-        const Instance instance(12, 6, NORMAL);
-        const auto convert = [&](Frame& out) {
-            dump_request = 1; // the block pool clears it after a frame
-            return pool ? instance.convert1(in, out, &info) : instance.convert(in, out, &info);
-        };
-        convert(nv12);
-        EXPECT_EQ(read_file(folder.media("final_nv12.yuv")), nv12.luma.contents() + nv12.chroma.contents());
-        EXPECT_EQ(read_file(folder.camera("rgba_out.yuv")).size(), 12 * 6 * 4U);
-        EXPECT_EQ(read_file(folder.media("rgba_out.yuv")), "");
-        convert(rgba);
-        EXPECT_EQ(read_file(folder.media("rgba_out.yuv")), rgba.luma.contents());
-        convert(p010);
-        EXPECT_EQ(read_file(folder.media("out_p010.yuv")),
-                  pool ? p010.luma.contents() + p010.chroma.contents() : std::string());
-        for (const char* name : {"final_nv12.yuv", "rgba_out.yuv"})
-            std::remove(folder.media(name).c_str());
+TEST_F(PathsTest, DumpWhatWentInAndCameOut) {
+    const struct {
+        _ALGO_t mode;
+        bool pool;
+        _Image_ColorFormat format;
+        const char* file; ///< of the output
+    } cases[] = {
+        {HI_JACK, false, P010_LINEAR, "io_p010_out.yuv"},
+        {HI_JACK, true, P010_LINEAR, "p010_out.yuv"},
+        {NORMAL, false, NV12, "final_nv12.yuv"},
+        {NORMAL, true, NV12, "final_nv12.yuv"},
+        {NORMAL, false, RGBA, "rgba_out.yuv"},
+        {NORMAL, true, RGBA, "rgba_out.yuv"},
+        {NORMAL, false, P010_LINEAR, "none"},
+        {NORMAL, true, P010_LINEAR, "out_p010.yuv"},
+    };
+    set_property("vendor.Lumivert.debug.dump", "1");
+    const auto samples = [](const Frame& frame) {
+        return frame.luma.contents() + (frame.format == RGBA ? "" : frame.chroma.contents());
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.file) + (c.pool ? ", pool" : ", retained"));
+        const DataFolder fresh;
+        Frame in(P010_LINEAR, 12, 6);
+        const Frame out(c.format, 12, 6);
+        fill_random(in, 3);
+        const std::string input = samples(in);
+        const Instance instance(12, 6, c.mode, c.pool);
+        EXPECT_EQ(c.pool ? instance.convert1(in, out, &info) : instance.convert(in, out, &info), 1);
+        EXPECT_EQ(dump_request, c.pool ? 0 : 1); // a block-pool frame ends the request
+        EXPECT_EQ(read_file(fresh.media("Input_p010.yuv")), input);
+        const bool written = std::string(c.file) != "none";
+        const std::string expected = written ? samples(c.mode == HI_JACK && !c.pool ? in : out) : std::string();
+        EXPECT_EQ(read_file(fresh.media(c.file)), expected);
+        EXPECT_EQ(fresh.media_files().size(), written ? 3U : 2U); // the program cache among them
+        const bool work_buffer = c.mode == NORMAL && c.format != RGBA;
+        EXPECT_EQ(read_file(fresh.camera("rgba_out.yuv")).size(), work_buffer ? 12 * 6 * 4U : 0U);
     }
 }
 

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "instance.h"
+#include "engine_test.h"
 #include "kernels/program_text.h"
 
 namespace lumivert {

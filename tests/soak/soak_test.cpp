@@ -45,23 +45,19 @@ struct Pool {
     std::vector<std::unique_ptr<Frame>> out;
 };
 
-void* make_instance(_ALGO_t mode, int c2) {
-    void* handle = nullptr;
-    EXPECT_EQ(CL_HDR2SDR_ARM_init(Pool::kWidth, Pool::kHeight, mode, &handle, c2), 1);
-    return handle;
-}
+/// An instance for the pool's frames.
+struct PoolInstance : Instance {
+    explicit PoolInstance(_ALGO_t mode, bool c2 = true) : Instance(Pool::kWidth, Pool::kHeight, mode, c2) {}
+};
 
 /// Converts frames `first` to `last` - 1 of a pool, each with metadata of its own.
-void convert(void* instance, Pool& pool, bool retained, int first, int last) {
-    const uint32_t static_info[] = {10000000, 50, 10000000};
+void convert(const Instance& instance, const Pool& pool, bool retained, int first, int last) {
     for (int i = first; i < last; ++i) {
         std::mt19937 random(static_cast<uint32_t>(i));
         HDR10PLUS_DYNAMIC_INFO info = random_record(random);
-        _HDR2SDR_config_params_t in = pool.in[static_cast<std::size_t>(i % Pool::kFrames)]->params();
-        _HDR2SDR_config_params_t out = pool.out[static_cast<std::size_t>(i % Pool::kFrames)]->params();
-        const int result = retained ? CL_HDR2SDR_ARM_convert(&in, &out, &info, 1000, instance)
-                                    : CL_HDR2SDR_ARM_convert1(&in, &out, &info, static_info, instance, 0);
-        ASSERT_EQ(result, 1);
+        const Frame& in = *pool.in[static_cast<std::size_t>(i % Pool::kFrames)];
+        const Frame& out = *pool.out[static_cast<std::size_t>(i % Pool::kFrames)];
+        ASSERT_EQ(retained ? instance.convert(in, out, &info) : instance.convert1(in, out, &info), 1);
     }
 }
 
@@ -101,30 +97,27 @@ protected:
 };
 
 TEST_F(Soak, FramesThroughThePool) {
-    void* instance = make_instance(NORMAL, 1);
+    const PoolInstance instance(NORMAL);
     Pool pool(NV12);
     expect_flat("hdr10plus pool frames", soak_frames(), kTolerance,
                 [&](int first, int last) { convert(instance, pool, false, first, last); });
-    CL_HDR2SDR_ARM_deinit(instance);
 }
 
 TEST_F(Soak, FramesThroughRetainedBuffers) {
-    void* instance = make_instance(HI_JACK, 0);
+    const PoolInstance instance(HI_JACK, false);
     Pool pool(P010_LINEAR);
     expect_flat("static retained frames", soak_frames(), kTolerance,
                 [&](int first, int last) { convert(instance, pool, true, first, last); });
-    CL_HDR2SDR_ARM_deinit(instance);
 }
 
 /// The library keeps the import of each RGBA output: the driver's record of it, the plane itself is the caller's.
 TEST_F(Soak, RgbaFramesThroughThePoolKeepTheirOutputsImport) {
     constexpr long kImportKib = 2;
-    void* instance = make_instance(NORMAL, 1);
+    const PoolInstance instance(NORMAL);
     Pool pool(RGBA);
     expect_flat("hdr10plus pool rgba frames, an import kept of each", soak_frames(),
                 kImportKib * soak_frames() + kTolerance,
                 [&](int first, int last) { convert(instance, pool, false, first, last); });
-    CL_HDR2SDR_ARM_deinit(instance);
 }
 
 /// The program built from source is kept when the one from the fresh cache takes its place.
@@ -136,7 +129,7 @@ TEST_F(Soak, InstancesFromSourceKeepAProgram) {
                     for (int i = first; i < last; ++i) {
                         for (const std::string& name : folder.media_files())
                             std::remove(folder.media(name).c_str());
-                        CL_HDR2SDR_ARM_deinit(make_instance(NORMAL, 1));
+                        EXPECT_EQ(PoolInstance(NORMAL).result(), 1);
                     }
                 });
 }
@@ -145,32 +138,30 @@ TEST_F(Soak, InstancesComeAndGo) {
     Pool pool(NV12);
     expect_flat("instances", soak_frames() / 100, 4 * kTolerance, [&](int first, int last) {
         for (int i = first; i < last; ++i) {
-            void* instance = make_instance(NORMAL, 1);
+            const PoolInstance instance(NORMAL);
             convert(instance, pool, i % 2 == 0, i, i + 2);
-            CL_HDR2SDR_ARM_deinit(instance);
         }
     });
 }
 
 TEST_F(Soak, TwoInstancesInTwoThreads) {
-    void* instances[] = {make_instance(NORMAL, 1), make_instance(HI_JACK, 1)};
+    const PoolInstance normal(NORMAL);
+    const PoolInstance fixed(HI_JACK);
     Pool nv12(NV12);
     Pool p010(P010_LINEAR);
     // What each makes alone is what it makes beside the other.
-    convert(instances[0], nv12, false, 0, Pool::kFrames);
-    convert(instances[1], p010, false, 0, Pool::kFrames);
+    convert(normal, nv12, false, 0, Pool::kFrames);
+    convert(fixed, p010, false, 0, Pool::kFrames);
     const std::string alone[] = {nv12.out[3]->luma.contents(), p010.out[3]->luma.contents()};
     const int length = soak_frames() / 4 / Pool::kFrames * Pool::kFrames;
     expect_flat("frames in each of two threads", length, kTolerance, [&](int first, int last) {
-        std::thread other([&] { convert(instances[1], p010, false, first, last); });
-        convert(instances[0], nv12, false, first, last);
+        std::thread other([&] { convert(fixed, p010, false, first, last); });
+        convert(normal, nv12, false, first, last);
         other.join();
     });
-    convert(instances[0], nv12, false, 0, Pool::kFrames);
+    convert(normal, nv12, false, 0, Pool::kFrames);
     EXPECT_EQ(nv12.out[3]->luma.contents(), alone[0]);
     EXPECT_EQ(p010.out[3]->luma.contents(), alone[1]);
-    for (void* instance : instances)
-        CL_HDR2SDR_ARM_deinit(instance);
 }
 
 } // namespace

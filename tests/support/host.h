@@ -63,6 +63,39 @@ struct Frame {
     Plane chroma;
 };
 
+/// An instance as its caller has it, ended with this.
+class Instance {
+public:
+    Instance(uint32_t width, uint32_t height, _ALGO_t mode, bool c2 = true)
+        : mResult(CL_HDR2SDR_ARM_init(width, height, mode, &mHandle, c2 ? 1 : 0)) {}
+    ~Instance() {
+        if (mHandle != nullptr) CL_HDR2SDR_ARM_deinit(mHandle);
+    }
+    Instance(const Instance&) = delete;
+    Instance& operator=(const Instance&) = delete;
+
+    void* handle() const { return mHandle; }
+    int result() const { return mResult; } ///< of init
+
+    int convert(const Frame& in, const Frame& out, HDR10PLUS_DYNAMIC_INFO* metadata, uint32_t nits = 1000) const {
+        _HDR2SDR_config_params_t i = in.params();
+        _HDR2SDR_config_params_t o = out.params();
+        return CL_HDR2SDR_ARM_convert(&i, &o, metadata, nits, mHandle);
+    }
+    /// `peak` is the mastering peak in 0.0001 cd/m2.
+    int convert1(const Frame& in, const Frame& out, HDR10PLUS_DYNAMIC_INFO* metadata, uint32_t peak = 10000000,
+                 int interval = 0) const {
+        _HDR2SDR_config_params_t i = in.params();
+        _HDR2SDR_config_params_t o = out.params();
+        const uint32_t static_info[] = {peak, 50, 10000000};
+        return CL_HDR2SDR_ARM_convert1(&i, &o, metadata, static_info, mHandle, interval);
+    }
+
+private:
+    void* mHandle = nullptr;
+    int mResult;
+};
+
 /// What this process holds.
 struct Footprint {
     long resident_kib;
