@@ -153,9 +153,10 @@ void NormalConvert_FetchBlockPool(const _HDR2SDR_config_params_t* In_params, con
 
     cl_mem out_y = nullptr;
     cl_mem out_uv = nullptr;
-    const auto import_output = [&] {
+    const auto import_output = [&](int check_line, const char* condition) {
         out_y = import_plane(*formatter, Out_params->buffer[0]);
         out_uv = import_plane(*formatter, Out_params->buffer[1]);
+        fatal_check(out_y != nullptr && out_uv != nullptr, converter_check(check_line), condition);
     };
     switch (Out_params->color_format) {
     case RGBA:
@@ -164,14 +165,10 @@ void NormalConvert_FetchBlockPool(const _HDR2SDR_config_params_t* In_params, con
                     "formatter->target_rgba_buffer != nullptr");
         break;
     case P010_LINEAR:
-        import_output();
-        fatal_check(out_y != nullptr && out_uv != nullptr, converter_check(371),
-                    "out_p010_y != nullptr && out_p010_uv != nullptr");
+        import_output(371, "out_p010_y != nullptr && out_p010_uv != nullptr");
         break;
     case NV12:
-        import_output();
-        fatal_check(out_y != nullptr && out_uv != nullptr, converter_check(364),
-                    "final_nv12_y != nullptr && final_nv12_uv != nullptr");
+        import_output(364, "final_nv12_y != nullptr && final_nv12_uv != nullptr");
         break;
     default:
         break; // refused at the second stage
