@@ -11,11 +11,10 @@
 namespace lumivert {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
-using testing::StartsWith;
+using testing::IsSupersetOf;
 
-class FormatterTest : public EngineTest {};
+using FormatterTest = EngineTest;
 
 TEST_F(FormatterTest, OpensTheDeviceInOrderAndReadsTheBuildIdentifier) {
     const Formatter engine(6, 4, NORMAL);
@@ -25,45 +24,25 @@ TEST_F(FormatterTest, OpensTheDeviceInOrderAndReadsTheBuildIdentifier) {
     EXPECT_EQ(log.texts().back(),
               "I [Formatter] buildNumberString = brand/product/device:12/ABC1.230101.001/AB12CD34:user/release-keys "
               "mAPSoftwareVersion = AB12CD34");
-    EXPECT_EQ(engine.mState, 0);
-    EXPECT_EQ(engine.mFrameCount, -1);
-    EXPECT_EQ(engine.mTargetNits, 250);
-    EXPECT_TRUE(engine.IsC2Base);
-    EXPECT_EQ(*engine.mProgram, nullptr);
 }
 
 TEST_F(FormatterTest, SurvivesWithoutADevice) {
     spy::fail("clGetDeviceIDs", CL_DEVICE_NOT_FOUND);
-    set_property("ro.build.fingerprint", "");
-    {
-        const Formatter engine(6, 4, NORMAL);
-        for (const int tag : {68, 70, 72}) {
-            EXPECT_EQ(log.count("E [Formatter] failed ! error , Line number is " + std::to_string(tag) + " "), 1);
-        }
-        EXPECT_EQ(log.texts().back(), "I [Formatter] buildNumberString =  mAPSoftwareVersion = ");
-        log.clear();
-    }
-    EXPECT_THAT(log.texts(), Contains(failure_line("~Formatter", "CL_INVALID_COMMAND_QUEUE", 174)));
-    EXPECT_THAT(log.texts(), Contains(failure_line("~Formatter", "CL_INVALID_CONTEXT", 175)));
-    EXPECT_THAT(log.texts(), Contains(failure_line("~Formatter", "CL_INVALID_DEVICE", 176)));
+    { const Formatter engine(6, 4, NORMAL); }
+    for (const int tag : {68, 70, 72})
+        EXPECT_EQ(log.count("E [Formatter] failed ! error , Line number is " + std::to_string(tag) + " "), 1);
+    EXPECT_THAT(log.texts(), IsSupersetOf({failure_line("~Formatter", "CL_INVALID_PROGRAM", 172),
+                                           failure_line("~Formatter", "CL_INVALID_COMMAND_QUEUE", 174),
+                                           failure_line("~Formatter", "CL_INVALID_CONTEXT", 175),
+                                           failure_line("~Formatter", "CL_INVALID_DEVICE", 176)}));
     EXPECT_EQ(spy::count("clReleaseDevice"), 2);
 
-    log.clear();
     spy::fail("clGetPlatformIDs", CL_OUT_OF_HOST_MEMORY);
     { const Formatter engine(6, 4, NORMAL); }
     EXPECT_EQ(log.count("E [Formatter] failed ! error , Line number is 67 "), 1);
 }
 
 TEST_F(FormatterTest, GivesBackInOrderAndReportsWhatWasNeverThere) {
-    const bool has_ion = access("/dev/ion", R_OK) == 0;
-    { const Formatter engine(6, 4, NORMAL); }
-    EXPECT_EQ(log.count("E [Formatter] error 85"), has_ion ? 0 : 1);
-    EXPECT_EQ(log.count("E [~Formatter] error is Bad file descriptor line is 143"), has_ion ? 0 : 1);
-    EXPECT_EQ(log.count(failure_line("~Formatter", "CL_INVALID_PROGRAM", 172)), 1);
-    EXPECT_EQ(log.texts().back(), "I ~Formatter() exit");
-
-    log.clear();
-    spy::reset();
     {
         Formatter engine(6, 4, NORMAL);
         engine.compileprogram();
@@ -71,12 +50,12 @@ TEST_F(FormatterTest, GivesBackInOrderAndReportsWhatWasNeverThere) {
         engine.mWorkHost0 = aligned_alloc(128, 128);
         engine.mWorkMem0 = engine.import_buffer(engine.mContext, engine.mWorkHost0, 128, CL_MEM_READ_WRITE);
         engine.mFrameTimes = {1.5, 2.5, 5.0};
-        const int fd = memfd_create("fd", 0);
-        engine.mFds = {fd, -1};
+        engine.mFds = {memfd_create("fd", 0), -1};
         engine.mIonHandles = {7};
         engine.mMappings = {{mmap(nullptr, 4096, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0), 4096},
                             {reinterpret_cast<void*>(1), 1}};
         engine.mSampler = clCreateSampler(engine.mContext, CL_FALSE, CL_ADDRESS_CLAMP, CL_FILTER_NEAREST, nullptr);
+        EXPECT_EQ(log.count("E [Formatter] error 85"), access("/dev/ion", R_OK) == 0 ? 0 : 1);
         if (engine.mIonFd >= 0) close(engine.mIonFd);
         engine.mIonFd = -1;
         log.clear();
@@ -100,26 +79,15 @@ TEST_F(FormatterTest, GivesBackInOrderAndReportsWhatWasNeverThere) {
 }
 
 TEST_F(FormatterTest, ReadsDevicePropertiesAndExtensions) {
-    Formatter engine(6, 4, NORMAL);
-    EXPECT_FALSE(engine.getDeviceInfoProp(CL_DEVICE_NAME).empty());
-    EXPECT_THAT(spy::calls_of({"clGetDeviceInfo"}),
-                Contains("clGetDeviceInfo " + std::to_string(CL_DEVICE_NAME) + " 1008"));
-    spy::fail("clGetDeviceInfo", CL_INVALID_VALUE);
-    EXPECT_EQ(engine.getDeviceInfoProp(CL_DEVICE_NAME), "");
-
-    const std::string all = engine.init_extension_string(engine.mDevice);
-    EXPECT_NE(all.find("cl_khr_"), std::string::npos);
-    EXPECT_TRUE(engine.check_extension_support(""));
+    const Formatter engine(6, 4, NORMAL);
+    EXPECT_NE(engine.getDeviceInfoProp(CL_DEVICE_NAME), "");
+    EXPECT_EQ(spy::calls().back().detail, std::to_string(CL_DEVICE_NAME) + " 1008");
     EXPECT_TRUE(engine.check_extension_support("l_khr_byte_addressable_st")); // inside a longer name
     EXPECT_FALSE(engine.check_extension_support("cl_no_such_extension"));
-    spy::fail("clGetDeviceInfo", CL_INVALID_VALUE);
+    spy::fail("clGetDeviceInfo", CL_INVALID_VALUE, 1, 2);
+    EXPECT_EQ(engine.getDeviceInfoProp(CL_DEVICE_NAME), "");
     EXPECT_FALSE(engine.check_extension_support(""));
     EXPECT_EQ(log.texts().back(), "E [check_extension_support] error 741");
-
-    for (int format = -2; format < 8; ++format) {
-        EXPECT_EQ(Formatter::supportedFormat(format, 0), format == 1 || format == 2) << format;
-        EXPECT_EQ(Formatter::supportedFormat(format, 1), format == 1 || format == 2 || format == 3) << format;
-    }
 }
 
 // ---- imported buffers ---------------------------------------------------------------------------------------------
@@ -223,15 +191,13 @@ TEST_F(Registry, GivesImagesARowPitchForRgbaOnly) {
         {CL_RG, 0, 1000, 64, CL_UNORM_INT8, 0},
     };
     for (const auto& c : cases) {
-        const cl_mem image = engine.create_image_from_buffer(engine.mContext, mem, 1, c.width, CL_MEM_READ_WRITE,
-                                                             c.order, c.alignment, c.selector);
-        if (image != nullptr) clReleaseMemObject(image);
-        EXPECT_EQ(spy::calls_of({"clCreateImage"}).back(),
-                  "clCreateImage " + std::to_string(c.type) + " " + std::to_string(c.pitch));
+        spy::fail("clCreateImage", CL_INVALID_IMAGE_SIZE); // PoCL makes none over buffers: what is asked for counts
+        EXPECT_EQ(engine.create_image_from_buffer(engine.mContext, mem, 1, c.width, CL_MEM_READ_WRITE, c.order,
+                                                  c.alignment, c.selector),
+                  nullptr);
+        EXPECT_EQ(spy::calls().back().detail, std::to_string(c.type) + " " + std::to_string(c.pitch));
+        EXPECT_EQ(log.texts().back(), failure_line("create_image_from_buffer", "CL_INVALID_IMAGE_SIZE", 366));
     }
-    spy::fail("clCreateImage", CL_INVALID_IMAGE_SIZE);
-    EXPECT_EQ(engine.create_image_from_buffer(engine.mContext, mem, 1, 8, CL_MEM_READ_WRITE, CL_R, 1, 0), nullptr);
-    EXPECT_EQ(log.texts().back(), failure_line("create_image_from_buffer", "CL_INVALID_IMAGE_SIZE", 366));
     clReleaseMemObject(mem);
 }
 
