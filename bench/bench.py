@@ -55,7 +55,8 @@ def measure_growth(build, frames=5000):
 def machine(device):
     model = next((line.split(":")[1].strip() for line in open("/proc/cpuinfo", encoding="utf-8")
                   if line.startswith("model name")), platform.machine())
-    return {"processor": model, "cores": os.cpu_count(), "system": platform.freedesktop_os_release().get("PRETTY_NAME", platform.system()),
+    system = platform.freedesktop_os_release().get("PRETTY_NAME", platform.system())
+    return {"processor": model, "cores": os.cpu_count(), "system": system,
             "opencl": f"{device['platform']} {device['driver']}", "device": device["name"],
             "date": datetime.date.today().isoformat(), "load_before": os.getloadavg()[0],
             "real_time": os.sched_getscheduler(0) in (os.SCHED_FIFO, os.SCHED_RR)}
