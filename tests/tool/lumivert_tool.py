@@ -78,21 +78,17 @@ def p010(width, height, code_at):
     return b"".join((word << 6).to_bytes(2, "little") for word in words)
 
 
-PATCH, COLUMNS = 32, 8
+PATCH = 32
 NEUTRAL = [64, 100, 180, 300, 420, 520, 640, 722]
 COLOURED = [(200, 540, 580), (300, 460, 560), (250, 600, 490), (400, 480, 470), (350, 560, 570), (500, 440, 530),
             (420, 490, 540), (600, 500, 520)]
-WIDTH, HEIGHT = PATCH * COLUMNS, 2 * PATCH
+WIDTH, HEIGHT = PATCH * len(NEUTRAL), 2 * PATCH
+CENTRES = [(x, y) for y in range(PATCH // 2, HEIGHT, PATCH) for x in range(PATCH // 2, WIDTH, PATCH)]
 
 
 def patches():
     """A row of neutral patches above one of coloured ones."""
     return p010(WIDTH, HEIGHT, lambda x, y: (NEUTRAL[x // PATCH], 512, 512) if y < PATCH else COLOURED[x // PATCH])
-
-
-def centres():
-    """The middle of each patch."""
-    return [(PATCH * i + PATCH // 2, PATCH * row + PATCH // 2) for row in range(2) for i in range(COLUMNS)]
 
 
 def clip(path, size, *, transfer="smpte2084", pixels="yuv420p10le", seconds=0.25):
@@ -114,18 +110,14 @@ def record(peak, **curve):
     return {"maxscl": [10 * peak] * 3, "average": 100, "points": [(1, 0), (50, 500), (99, 10 * peak)], **curve}
 
 
-def scene(frame=None, **fields):
+def scene(**fields):
     """An entry of a metadata file; its curve is for the converter's own display, so that it applies as it stands."""
-    entry = {"BezierCurveData": {"Anchors": [380, 620, 650, 770, 850, 900, 930, 980, 990], "KneePointX": 33,
-                                 "KneePointY": 132},
-             "LuminanceParameters": {"AverageRGB": 100, "MaxScl": [10000, 10000, 10000],
-                                     "LuminanceDistributions": {"DistributionIndex": [1, 50, 99],
-                                                                "DistributionValues": [0, 500, 10000]}},
-             "NumberOfWindows": 1, "TargetedSystemDisplayMaximumLuminance": 250}
-    entry.update(fields)
-    if frame is not None:
-        entry["SequenceFrameIndex"] = frame
-    return entry
+    return {"BezierCurveData": {"Anchors": [380, 620, 650, 770, 850, 900, 930, 980, 990], "KneePointX": 33,
+                                "KneePointY": 132},
+            "LuminanceParameters": {"AverageRGB": 100, "MaxScl": [10000, 10000, 10000],
+                                    "LuminanceDistributions": {"DistributionIndex": [1, 50, 99],
+                                                               "DistributionValues": [0, 500, 10000]}},
+            "NumberOfWindows": 1, "TargetedSystemDisplayMaximumLuminance": 250, **fields}
 
 
 def write_scenes(path, scenes):
