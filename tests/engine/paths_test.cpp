@@ -222,5 +222,13 @@ TEST_F(PathsTest, DumpWhatWentInAndCameOut) {
     }
 }
 
+TEST_F(PathsTest, DumpsIntoFoldersThatVanishedChangeNothing) {
+    set_property("vendor.Lumivert.debug.dump", "1");
+    const Instance instance(12, 6, NORMAL);
+    setenv("ANDROID_DATA", "/nonexistent", 1);
+    setenv("EXTERNAL_STORAGE", "/nonexistent", 1);
+    EXPECT_EQ(instance.convert(Frame(P010_LINEAR, 12, 6), Frame(NV12, 12, 6), &info), 1);
+}
+
 } // namespace
 } // namespace lumivert

@@ -124,6 +124,13 @@ TEST_F(ProgramCacheDeathTest, EndsTheProcessOnWhatCannotBeRepaired) {
             engine.make_kernel("no_such_kernel");
         },
         testing::ExitedWithCode(134), R"(ASSERT \[!\(0\)\] tag Lumivert: cl_formatter_vendor:238 CHECK\(0\) failed\.)");
+    EXPECT_EXIT(
+        {
+            Formatter engine(6, 4, NORMAL);
+            engine.makeProgram();
+            engine.storeProgram("/dev/full");
+        },
+        testing::ExitedWithCode(134), "cl_formatter_vendor:482 CHECK");
     setenv("ANDROID_DATA", "/nonexistent", 1);
     ends(R"(tag Lumivert: cl_formatter_vendor:482 CHECK\(stream.good\(\)\) failed\.)");
 }
