@@ -1,64 +1,71 @@
 /// The device program on whatever OpenCL device there is, and planes that notice writes outside their bounds.
 #pragma once
 
+#include "kernels/program_text.h"
+
 #include <CL/cl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
+#include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace lumivert::test {
 
-/// Samples between two guard zones, aligned as the converter aligns its buffers.
+/// Samples between two guard zones.
 template <class T>
 class Plane {
 public:
-    explicit Plane(size_t count, T fill = {})
-        : bytes_((count * sizeof(T) + kAlignment - 1) / kAlignment * kAlignment), count_(count),
-          memory_(static_cast<uint8_t*>(std::aligned_alloc(kAlignment, bytes_ + 2 * kGuard)), &std::free) {
-        std::memset(memory_.get(), kGuardByte, bytes_ + 2 * kGuard);
-        for (T& sample : *this)
-            sample = fill;
-    }
-    Plane(size_t count, const std::vector<T>& samples) : Plane(count) {
+    explicit Plane(const std::vector<T>& samples) : memory_(samples.size() + 2 * kGuard, kUntouched) {
         std::copy(samples.begin(), samples.end(), begin());
     }
+    explicit Plane(size_t count, T fill = {}) : Plane(std::vector<T>(count, fill)) {}
 
-    T* begin() { return reinterpret_cast<T*>(memory_.get() + kGuard); }
-    T* end() { return begin() + count_; }
-    size_t size() const { return count_; }
+    T* begin() { return memory_.data() + kGuard; }
+    T* end() { return begin() + size(); }
+    size_t size() const { return memory_.size() - 2 * kGuard; }
     T& operator[](size_t i) { return begin()[i]; }
     std::vector<T> copy() { return {begin(), end()}; }
 
-    bool guards_intact() {
-        const auto untouched = [](const uint8_t* from, const uint8_t* to) {
-            return std::all_of(from, to, [](uint8_t byte) { return byte == kGuardByte; });
-        };
-        const uint8_t* const first = reinterpret_cast<uint8_t*>(begin());
-        const uint8_t* const last = reinterpret_cast<uint8_t*>(end());
-        return untouched(memory_.get(), first) && untouched(last, memory_.get() + bytes_ + 2 * kGuard);
+    bool guards_intact() const {
+        const auto untouched = [](T sample) { return sample == kUntouched; };
+        return std::all_of(memory_.begin(), memory_.begin() + kGuard, untouched) &&
+               std::all_of(memory_.end() - kGuard, memory_.end(), untouched);
     }
 
 private:
-    static constexpr size_t kAlignment = 128, kGuard = 16384;
-    static constexpr uint8_t kGuardByte = 0xa5;
-    size_t bytes_, count_;
-    std::unique_ptr<uint8_t, decltype(&std::free)> memory_;
+    static constexpr int kGuard = 16384;
+    static constexpr T kUntouched = 0xa5;
+    std::vector<T> memory_;
 };
 
 class Device {
 public:
     /// Builds the program, followed by `more` source; fails the test with the build log if it does not build.
-    explicit Device(const char* options = "-cl-fast-relaxed-math", const char* more = "");
-    ~Device();
+    explicit Device(const char* options = "-cl-fast-relaxed-math", const char* more = "") {
+        cl_platform_id platform = nullptr;
+        cl_device_id device = nullptr;
+        EXPECT_EQ(clGetPlatformIDs(1, &platform, nullptr), 0);
+        EXPECT_EQ(clGetDeviceIDs(platform, CL_DEVICE_TYPE_ALL, 1, &device, nullptr), 0);
+        context_ = clCreateContext(nullptr, 1, &device, nullptr, nullptr, nullptr);
+        queue_ = clCreateCommandQueue(context_, device, 0, nullptr);
+
+        std::vector<const char*> pieces(kProgramPieces, kProgramPieces + kProgramPieceCount);
+        pieces.push_back(more);
+        program_ = clCreateProgramWithSource(context_, kProgramPieceCount + 1, pieces.data(), nullptr, nullptr);
+        const int error = clBuildProgram(program_, 0, nullptr, options, nullptr, nullptr);
+        std::string log(16384, '\0');
+        clGetProgramBuildInfo(program_, device, CL_PROGRAM_BUILD_LOG, log.size(), log.data(), nullptr);
+        EXPECT_EQ(error, 0) << log.c_str();
+    }
+    ~Device() {
+        clReleaseProgram(program_);
+        clReleaseCommandQueue(queue_);
+        clReleaseContext(context_);
+    }
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
 
@@ -68,37 +75,41 @@ public:
         int error = 0;
         const cl_kernel kernel = clCreateKernel(program_, name, &error);
         ASSERT_EQ(error, 0) << name;
-        std::vector<std::pair<cl_mem, size_t>> buffers;
+        std::vector<Bound> planes;
         cl_uint index = 0;
-        (set(kernel, index++, arguments, buffers), ...);
+        (set(kernel, index++, arguments, planes), ...);
         EXPECT_EQ(clEnqueueNDRangeKernel(queue_, kernel, 2, nullptr, global_size.data(), nullptr, 0, nullptr, nullptr),
                   0);
-        for (const auto& [buffer, size] : buffers)
-            fetch_and_release(buffer, size);
+        for (const auto& [buffer, size, guards_intact] : planes) {
+            void* const mapped =
+                clEnqueueMapBuffer(queue_, buffer, CL_TRUE, CL_MAP_READ, 0, size, 0, nullptr, nullptr, nullptr);
+            clEnqueueUnmapMemObject(queue_, buffer, mapped, 0, nullptr, nullptr);
+            clFinish(queue_);
+            clReleaseMemObject(buffer);
+            EXPECT_TRUE(guards_intact()) << name << " wrote outside a plane";
+        }
         clReleaseKernel(kernel);
-        (expect_guards(name, arguments), ...);
     }
 
 private:
+    struct Bound {
+        cl_mem buffer;
+        size_t size;
+        std::function<bool()> guards_intact;
+    };
+
     template <class T>
-    void set(cl_kernel kernel, cl_uint index, Plane<T>& plane, std::vector<std::pair<cl_mem, size_t>>& buffers) {
+    void set(cl_kernel kernel, cl_uint index, Plane<T>& plane, std::vector<Bound>& planes) {
         const size_t size = plane.size() * sizeof(T);
         const cl_mem buffer =
             clCreateBuffer(context_, CL_MEM_READ_WRITE | CL_MEM_USE_HOST_PTR, size, plane.begin(), nullptr);
-        buffers.emplace_back(buffer, size);
+        planes.push_back({buffer, size, [&plane] { return plane.guards_intact(); }});
         EXPECT_EQ(clSetKernelArg(kernel, index, sizeof(cl_mem), &buffer), 0) << "argument " << index;
     }
     template <class T>
-    void set(cl_kernel kernel, cl_uint index, const T& scalar, std::vector<std::pair<cl_mem, size_t>>&) {
+    void set(cl_kernel kernel, cl_uint index, const T& scalar, std::vector<Bound>&) {
         EXPECT_EQ(clSetKernelArg(kernel, index, sizeof scalar, &scalar), 0) << "argument " << index;
     }
-    template <class T>
-    static void expect_guards(const char* kernel, Plane<T>& plane) {
-        EXPECT_TRUE(plane.guards_intact()) << kernel << " wrote outside a plane";
-    }
-    template <class T>
-    static void expect_guards(const char*, const T&) {}
-    void fetch_and_release(cl_mem buffer, size_t size);
 
     cl_context context_ = nullptr;
     cl_command_queue queue_ = nullptr;

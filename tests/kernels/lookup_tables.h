@@ -3,7 +3,7 @@
 
 #include "kernels/program_text.h"
 
-#include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -12,12 +12,10 @@ namespace lumivert::test {
 /// The 1024 values of the table that a static kernel's third piece declares.
 inline std::vector<int> lookup_table(unsigned piece) {
     const std::string text = kProgramPieces[piece];
-    const std::string list = text.substr(text.find('{'), text.find('}') - text.find('{'));
-    const std::regex number("[0-9]+");
+    std::istringstream list(text.substr(text.find('{') + 1));
     std::vector<int> values;
-    for (std::sregex_iterator it(list.begin(), list.end(), number), end; it != end; ++it) {
-        values.push_back(std::stoi(it->str()));
-    }
+    for (int value; list >> value; list.ignore(1, ','))
+        values.push_back(value);
     return values;
 }
 
