@@ -14,7 +14,7 @@ protected:
         ASSERT_EQ(clGetPlatformIDs(1, &platform, nullptr), CL_SUCCESS);
         ASSERT_EQ(clGetDeviceIDs(platform, CL_DEVICE_TYPE_GPU, 1, &device, nullptr), CL_SUCCESS);
         context = clCreateContext(nullptr, 1, &device, nullptr, nullptr, nullptr);
-        queue = clCreateCommandQueue(context, device, CL_QUEUE_PROFILING_ENABLE, nullptr);
+        queue = clCreateCommandQueue(context, device, 0, nullptr);
         ASSERT_TRUE(context && queue);
     }
 
@@ -23,19 +23,16 @@ protected:
         clReleaseContext(context);
     }
 
-    cl_program build(const std::vector<const char*>& pieces, const char* options = "") const {
-        std::vector<const char*> texts = pieces;
-        cl_program program = clCreateProgramWithSource(context, texts.size(), texts.data(), nullptr, nullptr);
-        EXPECT_EQ(clBuildProgram(program, 0, nullptr, options, nullptr, nullptr), CL_SUCCESS) << build_log(program);
+    cl_program build(const char* text, const char* options = "", cl_int expected = CL_SUCCESS) const {
+        cl_program program = clCreateProgramWithSource(context, 1, &text, nullptr, nullptr);
+        EXPECT_EQ(clBuildProgram(program, 0, nullptr, options, nullptr, nullptr), expected) << build_log(program);
         return program;
     }
 
     std::string build_log(cl_program program) const {
         std::string log(16384, '\0');
-        size_t length = 0;
-        clGetProgramBuildInfo(program, device, CL_PROGRAM_BUILD_LOG, log.size(), log.data(), &length);
-        log.resize(length);
-        return log;
+        clGetProgramBuildInfo(program, device, CL_PROGRAM_BUILD_LOG, log.size(), log.data(), nullptr);
+        return log.c_str();
     }
 
     cl_platform_id platform = nullptr;
