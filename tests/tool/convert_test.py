@@ -59,13 +59,13 @@ class Hdr10Plus(ToolTest):
         write_scenes("bright.json", [scene(BezierCurveData=bright, LuminanceParameters={"MaxScl": 3 * [40000]})])
         for record, luminances in (("in.json", ()), ("bright.json", ("--max-luminance", "4000")),
                                    ("in.json", ("--max-luminance", "4000", "--max-cll", "800"))):
-            self.convert("in.p010", record + ".nv12", *self.size, "--metadata", record)
+            self.convert("in.p010", record + ".rgba", *self.size, "--metadata", record)
             for entry in ("pool", "retained"):
-                lines = self.convert("in.p010", "out.nv12", *self.size, "--mode", "hdr10plus", "--metadata", "none",
+                lines = self.convert("in.p010", "out.rgba", *self.size, "--mode", "hdr10plus", "--metadata", "none",
                                      "--entry", entry, *luminances)
                 self.assertIn("all used the default", lines)
-                self.assertEqual(read("out.nv12"), read(record + ".nv12"), (luminances, entry))
-        self.assertNotEqual(read("in.json.nv12"), read("bright.json.nv12"))
+                self.assertEqual(read("out.rgba"), read(record + ".rgba"), (luminances, entry))
+        self.assertNotEqual(read("in.json.rgba"), read("bright.json.rgba"))
 
     def test_video_shows_the_samples_of_the_converter(self):
         """RGBA in the colours that its tags give; other samples untouched."""
