@@ -25,10 +25,8 @@ public:
     explicit Plane(size_t count, T fill = {}) : Plane(std::vector<T>(count, fill)) {}
 
     T* begin() { return memory_.data() + kGuard; }
-    T* end() { return begin() + size(); }
     size_t size() const { return memory_.size() - 2 * kGuard; }
-    T& operator[](size_t i) { return begin()[i]; }
-    std::vector<T> copy() { return {begin(), end()}; }
+    std::vector<T> copy() { return {begin(), begin() + size()}; }
 
     bool guards_intact() const {
         const auto untouched = [](T sample) { return sample == kUntouched; };

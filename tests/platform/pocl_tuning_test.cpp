@@ -6,26 +6,23 @@
 
 class PoclTuning : public OpenClTest {
 protected:
-    /// The powers of a multiple of four numbers, computed four at a time, which are taken apart into three and one.
-    std::vector<float> powr(std::vector<float> bases, float exponent) {
+    /// Computes the powers of a multiple of four numbers four at a time, which are taken apart into three and one.
+    void expect_powers(const std::vector<float>& bases, float exponent, double tolerance) {
         cl_program program = build("kernel void power(global float4* v, float e) {"
                                    " size_t i = get_global_id(0); v[i] = powr(v[i], (float4)(e)); }",
                                    "-cl-fast-relaxed-math");
         cl_kernel kernel = clCreateKernel(program, "power", nullptr);
         const size_t bytes = bases.size() * sizeof(float), items = bases.size() / 4;
-        cl_mem buffer = clCreateBuffer(context, CL_MEM_COPY_HOST_PTR, bytes, bases.data(), nullptr);
+        std::vector<float> result = bases;
+        cl_mem buffer = clCreateBuffer(context, CL_MEM_COPY_HOST_PTR, bytes, result.data(), nullptr);
         clSetKernelArg(kernel, 0, sizeof(cl_mem), &buffer);
         clSetKernelArg(kernel, 1, sizeof(exponent), &exponent);
         EXPECT_EQ(clEnqueueNDRangeKernel(queue, kernel, 1, nullptr, &items, nullptr, 0, nullptr, nullptr), CL_SUCCESS);
-        clEnqueueReadBuffer(queue, buffer, CL_TRUE, 0, bytes, bases.data(), 0, nullptr, nullptr);
+        clEnqueueReadBuffer(queue, buffer, CL_TRUE, 0, bytes, result.data(), 0, nullptr, nullptr);
         clReleaseMemObject(buffer);
         clReleaseKernel(kernel);
         clReleaseProgram(program);
-        return bases;
-    }
 
-    void expect_powers(const std::vector<float>& bases, float exponent, double tolerance) {
-        const std::vector<float> result = powr(bases, exponent);
         for (size_t i = 0; i < bases.size(); ++i) {
             const double exact = std::pow(static_cast<double>(bases[i]), static_cast<double>(exponent));
             const double expected = exact < FLT_MIN ? 0 : exact > FLT_MAX ? INFINITY : exact;
