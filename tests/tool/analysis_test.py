@@ -48,11 +48,12 @@ class Metadata(ToolTest):
         luminance = {"LuminanceDistributions": {"DistributionIndex": [1, 2], "DistributionValues": [1]}}
         for scenes, message in (
                 ([], "there is no SceneInfo list with entries"),
+                ([scene(SequenceFrameIndex=4000000000)], "frame 4000000000 is beyond"),
                 ([scene(), scene(LuminanceParameters=luminance)], "SceneInfo entry 1: DistributionIndex and"),
                 ([scene(BezierCurveData={"Anchors": 16 * [1]})], "SceneInfo entry 0: Anchors is not an array"),
                 ([scene(TargetedSystemDisplayMaximumLuminance=-1)], "Luminance -1 does not fit")):
             write_scenes("bad.json", scenes)
-            _, lines = self.lumivert("curve", "bad.json", "-o", "c.csv", status=FAILED)
+            _, lines = self.lumivert("curve", "bad.json", "--all", "-o", "c.csv", status=FAILED)
             self.assertIn("bad.json: ", lines)
             self.assertIn(message, lines)
 
@@ -169,6 +170,16 @@ class Devices(ToolTest):
         for number in [d["number"] for d in json.loads(self.lumivert("devices", "--json")[0])["devices"]]:
             chosen = json.loads(self.lumivert("devices", "--json", "--device", number)[0])["devices"]
             self.assertEqual([d["number"] for d in chosen if d["used"]], [number])
+
+
+class Bench(ToolTest):
+    def test_a_benchmark_measures_every_path_beside_memcpy(self):
+        document = json.loads(self.lumivert("bench", "--json", "--size", "64x32", "--rounds", "2")[0])
+        results = {r["name"]: r["memcpy_ratio"] for r in document["results"]}
+        self.assertEqual(len(results), 10)
+        self.assertEqual(results["memcpy"], 1)
+        self.assertTrue(all(ratio > 0 for ratio in results.values()))
+        self.assertEqual(list(document["init_ms"]), ["cold", "cached", "warm"])
 
 
 if __name__ == "__main__":

@@ -22,6 +22,8 @@ class BadInput(ToolTest):
         clip("sdr.mp4", "64x64", pixels="yuv420p")
         clip("wider.hevc", "96x64")
         clip("both.hevc", "64x64")
+        clip("8bit.hevc", "64x64", pixels="yuv420p")
+        write("mixed.hevc", read("both.hevc") + read("8bit.hevc"))
         write("both.hevc", read("both.hevc") + read("wider.hevc"))
         before = os.listdir()
         raw = ("--size", "64x64")
@@ -37,6 +39,7 @@ class BadInput(ToolTest):
                 ("sdr.mp4", (), "sdr.mp4: not an HDR10 clip: its samples are yuv420p"),
                 ("hlg.mp4", (), "hlg.mp4: not an HDR10 clip: its transfer is arib-std-b67"),
                 ("both.hevc", (), "the size changes from 64x64 to 96x64"),
+                ("mixed.hevc", (), "the samples change from yuv420p10le to yuv420p"),
                 (DEMO, ("--frames", "99-"), "has no frame 99; it ends after 72 frames"),
                 (DEMO, ("--metadata", "missing.json"), "missing.json: No such file"),
                 (DEMO, ("--device", "no such device"), "no OpenCL device matches"),

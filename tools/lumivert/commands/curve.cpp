@@ -1,7 +1,9 @@
 #include "commands/commands.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <limits>
 
 #include "commands/options.h"
 #include "engine/converter.h"
@@ -28,6 +30,8 @@ struct FrameRecord {
     Record record;
 };
 
+constexpr int64_t most_frames = 1000000; // four hours at 60 a second: what a list claims need not fit into memory
+
 /// The record that each frame from 0 to `last` uses.
 std::vector<FrameRecord> read_records(const std::string& input, int64_t last) {
     std::vector<FrameRecord> frames;
@@ -38,7 +42,11 @@ std::vector<FrameRecord> read_records(const std::string& input, int64_t last) {
     if (std::filesystem::path(input).extension() == ".json") {
         const RecordsByFrame list = read_metadata(input);
         RecordTrack track(list);
-        for (int64_t frame = 0; frame <= std::min(last, list.rbegin()->first); ++frame)
+        const int64_t end = std::min(last, list.rbegin()->first);
+        if (end >= most_frames)
+            throw Error(input + ": frame " + std::to_string(end) + " is beyond the " + std::to_string(most_frames) +
+                        " frames that are drawn");
+        for (int64_t frame = 0; frame <= end; ++frame)
             take(track, frame, std::nullopt, default_record(0, 0));
         return frames;
     }

@@ -78,7 +78,6 @@ private:
             if (!slot) return;
             Slot& s = **slot;
             if (!source_.read(*s.in, geometry_, s.frame)) break;
-            replicate_edge(*s.in, geometry_);
             s.origin = track.advance(tally_.seen++, s.frame.record);
             s.record = track.current();
             if (!loaded_.push(std::move(*slot))) return;

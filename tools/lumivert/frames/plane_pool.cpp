@@ -33,22 +33,9 @@ size_t plane_bytes(_Image_ColorFormat format, int index, const Geometry& geometr
     return static_cast<size_t>(geometry.pitch) * plane_rows(index, geometry.height) * info.row_bytes;
 }
 
-/// A column is `step` words wide: one luma sample, or a Cb/Cr pair.
-void replicate_column(const Plane& plane, int columns, int pitch, int rows, int step) {
-    auto* samples = reinterpret_cast<uint16_t*>(plane.data());
-    for (int y = 0; y < rows; ++y, samples += pitch)
-        for (int x = columns * step; x < pitch; ++x)
-            samples[x] = samples[x - step];
-}
-
 } // namespace
 
 Planes::Planes(_Image_ColorFormat f, const Geometry& geometry)
     : format(f), first(plane_bytes(f, 0, geometry)), second(plane_bytes(f, 1, geometry)) {}
-
-void replicate_edge(const Planes& p010, const Geometry& geometry) {
-    replicate_column(p010.first, geometry.width, geometry.pitch, geometry.height, 1);
-    replicate_column(p010.second, geometry.width / 2, geometry.pitch, geometry.height / 2, 2);
-}
 
 } // namespace lumivert::tool

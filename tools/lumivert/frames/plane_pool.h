@@ -37,8 +37,4 @@ struct Planes {
     _HDR2SDR_config_params_t params() const { return {format, {first.descriptor(), second.descriptor()}}; }
 };
 
-/// Repeats the last column of a P010 picture through its padding, so that blocks at the edge are made of the picture
-/// alone.
-void replicate_edge(const Planes& p010, const Geometry& geometry);
-
 } // namespace lumivert::tool

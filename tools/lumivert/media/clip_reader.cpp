@@ -97,9 +97,10 @@ void ClipReader::describe(const AVFrame& first) {
     info_.depth = av_pix_fmt_desc_get(format)->comp[0].depth;
     info_.width = first.width;
     info_.height = first.height;
-    info_.primaries = first.color_primaries;
-    info_.transfer = first.color_trc;
-    info_.matrix = first.colorspace;
+    // What FFmpeg has no name for means as little as nothing at all.
+    if (av_color_primaries_name(first.color_primaries) != nullptr) info_.primaries = first.color_primaries;
+    if (av_color_transfer_name(first.color_trc) != nullptr) info_.transfer = first.color_trc;
+    if (av_color_space_name(first.colorspace) != nullptr) info_.matrix = first.colorspace;
     info_.range = first.color_range;
     info_.frame_rate = av_guess_frame_rate(demuxer_.get(), &stream, nullptr);
     if (info_.frame_rate.num == 0) info_.frame_rate = {25, 1};
@@ -192,6 +193,10 @@ bool ClipReader::next(ClipFrame& out) {
                     std::to_string(info_.width) + "x" + std::to_string(info_.height) + " to " +
                     std::to_string(frame.width) + "x" + std::to_string(frame.height) +
                     "; split the clip there and convert the parts");
+    const std::string format = av_get_pix_fmt_name(static_cast<AVPixelFormat>(frame.format));
+    if (format != info_.pixel_format)
+        throw Error(path_ + ": frame " + std::to_string(number_) + ": the samples change from " + info_.pixel_format +
+                    " to " + format + "; split the clip there and convert the parts");
     out.number = number_++;
     out.record = record_of(frame);
     // Raw streams carry no times: their frames follow each other at the frame rate.

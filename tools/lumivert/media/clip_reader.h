@@ -54,7 +54,8 @@ public:
     const ClipInfo& info() const { return info_; }
     const std::string& path() const { return path_; }
 
-    /// The next frame; false at the end. A frame of another size than the first one's is an error.
+    /// The next frame; false at the end. A frame of another size or pixel format than the first one's is
+    /// an error.
     bool next(ClipFrame& out);
 
     /// Looks ahead for HDR10+ in the next `count` frames, which stay to be read.
