@@ -133,6 +133,9 @@ TEST_F(ProgramCacheDeathTest, EndsTheProcessOnWhatCannotBeRepaired) {
         testing::ExitedWithCode(134), "cl_formatter_vendor:482 CHECK");
     setenv("ANDROID_DATA", "/nonexistent", 1);
     ends(R"(tag Lumivert: cl_formatter_vendor:482 CHECK\(stream.good\(\)\) failed\.)");
+    std::string name;
+    EXPECT_FALSE(Formatter::getExistedFileName(name));
+    EXPECT_EQ(log.texts().back(), "E Can not open this folder");
 }
 
 TEST_F(ProgramCache, RebuildsAFileThatCannotBeOpened) {

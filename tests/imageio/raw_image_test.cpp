@@ -85,15 +85,6 @@ TEST_F(RawImage, P010KeepsTheDecodersPadding) {
     }
 }
 
-TEST_F(RawImage, HalfAP010SampleStandsForBothBytes) {
-    for (const size_t size : {7u, 256u + 7u}) { // in luma, in chroma
-        file(counting(size));
-        const p010_image_t image = load_p010_image_data(path_, 8, 8);
-        const Bytes& plane = size < 256 ? image.y : image.uv;
-        EXPECT_THAT(Bytes(plane.begin(), plane.begin() + 10), ElementsAre(1, 2, 3, 4, 5, 6, 7, 7, 0, 0));
-    }
-}
-
 TEST_F(RawImage, RgbaIsSavedWithAHeaderThatTheLoaderTakesForPixels) {
     save_rgba_image_data(path_, {0x01020304, 2, counting(9)});
     const Bytes saved = file();

@@ -3,8 +3,8 @@
 
 #include <limits>
 
-// The HDR10+ tone map, alone and fused with the conversion from P010, against a computation per pixel in double
-// precision.
+// The HDR10+ tone map against a computation per pixel in double precision; fused with the conversion from P010 it is
+// part of the engine's frames.
 
 namespace lumivert::test {
 namespace {
@@ -31,25 +31,6 @@ TEST(ToneMap, AgreesWithTheOracle) {
             device.run("process_10plus_clut", {width, height}, in, out, curve.normalize_x, curve.knee_x, gains,
                        cl_int(width));
             expect_tone_mapped(in.begin(), out.begin(), out.size(), width, curve, picture.name);
-        }
-    }
-}
-
-// Converted into in_rgba, black to 0; the result is the tone map of what is there.
-TEST(FusedToneMap, AgreesWithTheOracle) {
-    Device device;
-    const Curve curve = curves()[2];
-    for (const Picture& picture : pictures(1023, true)) {
-        for (const auto& [width, height] : {std::pair{4, 2}, {8, 4}, {132, 38}}) {
-            const P010 frame(width, height, picture);
-            Plane<uint16_t> y(frame.y), uv(frame.uv);
-            Plane<uint8_t> in(size_t(4) * width * height), out(in.size());
-            Plane<float> gains(curve.gains);
-            device.run("p010_to_rgba8888_process_10plus_clut", {size_t(width), size_t(height)}, y, uv, in,
-                       cl_int(width), cl_int(0) /* the height is not used */, out, curve.normalize_x, curve.knee_x,
-                       gains);
-            expect_rgba_of(frame, in.copy(), 64, 0);
-            expect_tone_mapped(in.begin(), out.begin(), out.size(), width, curve, frame.name);
         }
     }
 }

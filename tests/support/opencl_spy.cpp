@@ -121,115 +121,104 @@ void answer_build_status(cl_build_status status) {
 } // namespace spy
 
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
-#define STATUS(name, detail, ...) return spy::status(#name, detail, &(name), __VA_ARGS__)
-#define OBJECT(name, detail, error, ...) return spy::object(#name, detail, &(name), error, __VA_ARGS__)
+#define STATUS(name, parameters, detail, ...)                                                                          \
+    cl_int name parameters {                                                                                           \
+        return spy::status(#name, detail, &(name), __VA_ARGS__);                                                       \
+    }
+#define OBJECT(type, name, parameters, detail, ...)                                                                    \
+    type name parameters {                                                                                             \
+        return spy::object(#name, detail, &(name), error, __VA_ARGS__);                                                \
+    }
 
 extern "C" {
 
-cl_int clGetPlatformIDs(cl_uint n, cl_platform_id* p, cl_uint* count) {
-    STATUS(clGetPlatformIDs, "", n, p, count);
-}
-cl_int clGetDeviceIDs(cl_platform_id p, cl_device_type type, cl_uint n, cl_device_id* d, cl_uint* count) {
-    STATUS(clGetDeviceIDs, spy::text(type), p, type, n, d, count);
-}
-cl_int clGetDeviceInfo(cl_device_id d, cl_device_info info, size_t size, void* value, size_t* size_out) {
-    STATUS(clGetDeviceInfo, spy::text(info, size), d, info, size, value, size_out);
-}
-cl_context clCreateContext(const cl_context_properties* p, cl_uint n, const cl_device_id* d,
-                           void(CL_CALLBACK* notify)(const char*, const void*, size_t, void*), void* user, cl_int* e) {
-    OBJECT(clCreateContext, "", e, p, n, d, notify, user);
-}
-cl_command_queue clCreateCommandQueue(cl_context c, cl_device_id d, cl_command_queue_properties p, cl_int* e) {
-    OBJECT(clCreateCommandQueue, spy::text(p), e, c, d, p);
-}
-cl_program clCreateProgramWithSource(cl_context c, cl_uint n, const char** s, const size_t* lengths, cl_int* e) {
-    OBJECT(clCreateProgramWithSource, std::to_string(n) + (lengths == nullptr ? " terminated" : " measured"), e, c, n,
-           s, lengths);
-}
+STATUS(clGetPlatformIDs, (cl_uint n, cl_platform_id* p, cl_uint* count), "", n, p, count)
+STATUS(clGetDeviceIDs, (cl_platform_id p, cl_device_type type, cl_uint n, cl_device_id* d, cl_uint* count),
+       spy::text(type), p, type, n, d, count)
+STATUS(clGetDeviceInfo, (cl_device_id d, cl_device_info info, size_t size, void* value, size_t* size_out),
+       spy::text(info, size), d, info, size, value, size_out)
+STATUS(clReleaseDevice, (cl_device_id d), "", d)
+OBJECT(cl_context, clCreateContext,
+       (const cl_context_properties* p, cl_uint n, const cl_device_id* d,
+        void(CL_CALLBACK* notify)(const char*, const void*, size_t, void*), void* user, cl_int* error),
+       "", p, n, d, notify, user)
+STATUS(clReleaseContext, (cl_context c), "", c)
+OBJECT(cl_command_queue, clCreateCommandQueue,
+       (cl_context c, cl_device_id d, cl_command_queue_properties p, cl_int* error), spy::text(p), c, d, p)
+STATUS(clReleaseCommandQueue, (cl_command_queue q), "", q)
+
+OBJECT(cl_program, clCreateProgramWithSource,
+       (cl_context c, cl_uint n, const char** s, const size_t* lengths, cl_int* error),
+       std::to_string(n) + (lengths == nullptr ? " terminated" : " measured"), c, n, s, lengths)
 cl_program clCreateProgramWithBinary(cl_context c, cl_uint n, const cl_device_id* d, const size_t* sizes,
-                                     const unsigned char** b, cl_int* binary_status, cl_int* e) {
-    const cl_program program = [&]() -> cl_program {
-        OBJECT(clCreateProgramWithBinary, "", e, c, n, d, sizes, b, binary_status);
-    }();
+                                     const unsigned char** b, cl_int* binary_status, cl_int* error) {
+    const cl_program program = spy::object("clCreateProgramWithBinary", "", &clCreateProgramWithBinary, error, c, n, d,
+                                           sizes, b, binary_status);
     if (spy::state().binary_status != CL_SUCCESS) *binary_status = spy::state().binary_status;
     return program;
 }
-cl_int clBuildProgram(cl_program p, cl_uint n, const cl_device_id* d, const char* options,
-                      void(CL_CALLBACK* notify)(cl_program, void*), void* user) {
-    STATUS(clBuildProgram, options, p, n, d, options, notify, user);
-}
-cl_int clGetProgramInfo(cl_program p, cl_program_info info, size_t size, void* value, size_t* size_out) {
-    STATUS(clGetProgramInfo, spy::text(info), p, info, size, value, size_out);
-}
+STATUS(clBuildProgram,
+       (cl_program p, cl_uint n, const cl_device_id* d, const char* options,
+        void(CL_CALLBACK* notify)(cl_program, void*), void* user),
+       options, p, n, d, options, notify, user)
+STATUS(clGetProgramInfo, (cl_program p, cl_program_info info, size_t size, void* value, size_t* size_out),
+       spy::text(info), p, info, size, value, size_out)
 cl_int clGetProgramBuildInfo(cl_program p, cl_device_id d, cl_program_build_info info, size_t size, void* value,
                              size_t* size_out) {
-    const cl_int result = [&]() -> cl_int {
-        STATUS(clGetProgramBuildInfo, spy::text(info), p, d, info, size, value, size_out);
-    }();
+    const cl_int result = spy::status("clGetProgramBuildInfo", spy::text(info), &clGetProgramBuildInfo, p, d, info,
+                                      size, value, size_out);
     if (info == CL_PROGRAM_BUILD_STATUS && spy::state().build_status != 1) {
         *static_cast<cl_build_status*>(value) = spy::state().build_status;
     }
     return result;
 }
-cl_kernel clCreateKernel(cl_program p, const char* name, cl_int* e) {
-    const cl_kernel kernel = [&]() -> cl_kernel { OBJECT(clCreateKernel, name, e, p, name); }();
+STATUS(clReleaseProgram, (cl_program p), "", p)
+
+cl_kernel clCreateKernel(cl_program p, const char* name, cl_int* error) {
+    const cl_kernel kernel = spy::object("clCreateKernel", name, &clCreateKernel, error, p, name);
     spy::state().kernel_names[kernel] = name;
     return kernel;
 }
-cl_int clSetKernelArg(cl_kernel k, cl_uint index, size_t size, const void* value) {
-    STATUS(clSetKernelArg, spy::text(index, size), k, index, size, value);
-}
+STATUS(clSetKernelArg, (cl_kernel k, cl_uint index, size_t size, const void* value), spy::text(index, size), k, index,
+       size, value)
 cl_int clEnqueueNDRangeKernel(cl_command_queue q, cl_kernel k, cl_uint n, const size_t* offset, const size_t* global,
                               const size_t* local, cl_uint waits, const cl_event* wait_list, cl_event* event) {
     const bool plain = n == 2 && offset == nullptr && local == nullptr && waits == 0 && event == nullptr;
     const std::string name = k == nullptr ? "null" : spy::state().kernel_names[k];
-    STATUS(clEnqueueNDRangeKernel,
-           name + " " + std::to_string(global[0]) + "x" + std::to_string(global[1]) + (plain ? "" : " not plain"), q, k,
-           n, offset, global, local, waits, wait_list, event);
+    const std::string size = std::to_string(global[0]) + "x" + std::to_string(global[1]);
+    return spy::status("clEnqueueNDRangeKernel", name + " " + size + (plain ? "" : " not plain"),
+                       &clEnqueueNDRangeKernel, q, k, n, offset, global, local, waits, wait_list, event);
 }
-cl_int clEnqueueWriteBuffer(cl_command_queue q, cl_mem m, cl_bool blocking, size_t offset, size_t size,
-                            const void* from, cl_uint waits, const cl_event* wait_list, cl_event* event) {
-    STATUS(clEnqueueWriteBuffer, (blocking != 0 ? "blocking " : "") + spy::text(offset, size), q, m, blocking, offset,
-           size, from, waits, wait_list, event);
-}
-void* clEnqueueMapBuffer(cl_command_queue q, cl_mem m, cl_bool blocking, cl_map_flags flags, size_t offset, size_t size,
-                         cl_uint waits, const cl_event* wait_list, cl_event* event, cl_int* e) {
-    OBJECT(clEnqueueMapBuffer, spy::text(offset, size), e, q, m, blocking, flags, offset, size, waits, wait_list,
-           event);
-}
+STATUS(clReleaseKernel, (cl_kernel k), "", k)
 /// A failing wait still waits: a device that goes on working behind the test's back would be a fault of the test.
 cl_int clFinish(cl_command_queue q) {
     const auto code = spy::enter("clFinish", "");
     const cl_int finished = reinterpret_cast<decltype(&clFinish)>(spy::real("clFinish"))(q);
     return code.value_or(finished);
 }
-cl_mem clCreateBuffer(cl_context c, cl_mem_flags flags, size_t size, void* host, cl_int* e) {
-    OBJECT(clCreateBuffer, spy::text(flags, size), e, c, flags, size, host);
-}
-cl_mem clCreateImage(cl_context c, cl_mem_flags flags, const cl_image_format* format, const cl_image_desc* d,
-                     void* host, cl_int* e) {
-    OBJECT(clCreateImage, spy::text(format->image_channel_data_type, d->image_row_pitch), e, c, flags, format, d, host);
-}
-cl_mem clImportMemoryARM(cl_context c, cl_mem_flags flags, const cl_import_properties_arm* p, void* memory, size_t size,
-                         cl_int* e) {
-    OBJECT(clImportMemoryARM, (p[1] == CL_IMPORT_TYPE_HOST_ARM ? "host " : "dma_buf ") + spy::text(size), e, c, flags,
-           p, memory, size);
-}
-cl_int clGetMemObjectInfo(cl_mem m, cl_mem_info info, size_t size, void* value, size_t* size_out) {
-    STATUS(clGetMemObjectInfo, spy::text(info, size), m, info, size, value, size_out);
-}
 
-#define RELEASE(name, type)                                                                                            \
-    cl_int name(type handle) {                                                                                         \
-        STATUS(name, "", handle);                                                                                      \
-    }
-RELEASE(clReleaseMemObject, cl_mem)
-RELEASE(clReleaseKernel, cl_kernel)
-RELEASE(clReleaseProgram, cl_program)
-RELEASE(clReleaseSampler, cl_sampler)
-RELEASE(clReleaseCommandQueue, cl_command_queue)
-RELEASE(clReleaseContext, cl_context)
-RELEASE(clReleaseDevice, cl_device_id)
+OBJECT(cl_mem, clCreateBuffer, (cl_context c, cl_mem_flags flags, size_t size, void* host, cl_int* error),
+       spy::text(flags, size), c, flags, size, host)
+OBJECT(cl_mem, clCreateImage,
+       (cl_context c, cl_mem_flags flags, const cl_image_format* format, const cl_image_desc* d, void* host,
+        cl_int* error),
+       spy::text(format->image_channel_data_type, d->image_row_pitch), c, flags, format, d, host)
+OBJECT(cl_mem, clImportMemoryARM,
+       (cl_context c, cl_mem_flags flags, const cl_import_properties_arm* p, void* memory, size_t size, cl_int* error),
+       (p[1] == CL_IMPORT_TYPE_HOST_ARM ? "host " : "dma_buf ") + spy::text(size), c, flags, p, memory, size)
+STATUS(clEnqueueWriteBuffer,
+       (cl_command_queue q, cl_mem m, cl_bool blocking, size_t offset, size_t size, const void* from, cl_uint waits,
+        const cl_event* wait_list, cl_event* event),
+       (blocking != 0 ? "blocking " : "") + spy::text(offset, size), q, m, blocking, offset, size, from, waits,
+       wait_list, event)
+OBJECT(void*, clEnqueueMapBuffer,
+       (cl_command_queue q, cl_mem m, cl_bool blocking, cl_map_flags flags, size_t offset, size_t size, cl_uint waits,
+        const cl_event* wait_list, cl_event* event, cl_int* error),
+       spy::text(offset, size), q, m, blocking, flags, offset, size, waits, wait_list, event)
+STATUS(clGetMemObjectInfo, (cl_mem m, cl_mem_info info, size_t size, void* value, size_t* size_out),
+       spy::text(info, size), m, info, size, value, size_out)
+STATUS(clReleaseMemObject, (cl_mem m), "", m)
+STATUS(clReleaseSampler, (cl_sampler s), "", s)
 
 } // extern "C"
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)
