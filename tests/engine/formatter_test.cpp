@@ -11,6 +11,7 @@
 namespace lumivert {
 namespace {
 
+using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::IsSupersetOf;
 
@@ -135,28 +136,24 @@ TEST_F(Registry, ForgetsAFailedImport) {
 
 TEST_F(Registry, TracesByItsBits) {
     auto map = engine.mImagePair0.first;
-    const auto address = [](cl_mem mem) {
-        char text[32];
-        std::snprintf(text, sizeof(text), "%p", static_cast<void*>(mem));
-        return std::string(text);
-    };
     debug_level = 6;
     log.clear();
-    const cl_mem mem = engine.find_imported_buffer(map, key(fd, 100));
+    engine.find_imported_buffer(map, key(fd, 100));
     engine.find_imported_buffer(map, key(fd, 100));
     list_entries(map);
     const std::string number = std::to_string(fd);
-    EXPECT_THAT(log.texts(),
-                ElementsAre("D find_imported_buffer entry",
-                            "D there is not in table key.get_handle() is " + number + " key.get_size() is 100",
-                            "D cl mem ptr " + address(mem) + " is pushed!", "D find_imported_buffer exit",
-                            "D find_imported_buffer entry", "D it is in my table!",
-                            "D input_p010 buffer obj is " + address(mem), "D find_imported_buffer exit",
-                            "D print out exported_memory handle is " + number + " size is 100 cl_mem " + address(mem)));
+    EXPECT_THAT(
+        log.texts(),
+        ElementsAre("D find_imported_buffer entry",
+                    "D there is not in table key.get_handle() is " + number + " key.get_size() is 100",
+                    ContainsRegex("^D cl mem ptr 0x.* is pushed!$"), "D find_imported_buffer exit",
+                    "D find_imported_buffer entry", "D it is in my table!",
+                    ContainsRegex("^D input_p010 buffer obj is 0x"), "D find_imported_buffer exit",
+                    ContainsRegex("^D print out exported_memory handle is " + number + " size is 100 cl_mem 0x")));
     log.clear();
     debug_level = 2;
     engine.delete_pair_images(engine.mImagePair0);
-    EXPECT_THAT(log.texts(), ElementsAre("D Release pair mem object is " + address(mem)));
+    EXPECT_THAT(log.texts(), ElementsAre(ContainsRegex("^D Release pair mem object is 0x")));
     EXPECT_TRUE(map->empty());
     log.clear();
     engine.delete_pair_images(engine.mImagePair0);

@@ -1,5 +1,4 @@
 // The emulated import of host memory and of descriptors; memfd stands for dma-buf.
-#include <fstream>
 #include <string>
 
 #include <fcntl.h>
@@ -7,27 +6,20 @@
 #include <unistd.h>
 
 #include "opencl_test.h"
+#include "support/host.h"
 
 namespace {
 
 const cl_import_properties_arm dma_buf[] = {CL_IMPORT_TYPE_ARM, CL_IMPORT_TYPE_DMA_BUF_ARM, 0};
 const cl_import_properties_arm host[] = {CL_IMPORT_TYPE_ARM, CL_IMPORT_TYPE_HOST_ARM, 0};
 
-/// An anonymous file that /proc/self/maps shows as "plane".
-struct Plane {
-    explicit Plane(off_t size) : fd(memfd_create("plane", MFD_CLOEXEC)) { EXPECT_EQ(ftruncate(fd, size), 0); }
-    Plane(const Plane&) = delete;
-    ~Plane() { close(fd); }
+/// An anonymous file of any size.
+struct Memfd {
+    explicit Memfd(off_t size) : fd(memfd_create("plane", MFD_CLOEXEC)) { EXPECT_EQ(ftruncate(fd, size), 0); }
+    Memfd(const Memfd&) = delete;
+    ~Memfd() { close(fd); }
     int fd;
 };
-
-int mapped_planes() {
-    std::ifstream maps("/proc/self/maps");
-    int count = 0;
-    for (std::string line; std::getline(maps, line);)
-        count += line.find("memfd:plane") != std::string::npos;
-    return count;
-}
 
 } // namespace
 
@@ -61,7 +53,7 @@ protected:
 
 TEST_F(ImportMemory, SharesTheCallersMemoryAndOutlivesTheDescriptor) {
     constexpr size_t size = 3 * 4096 + 128;
-    const Plane plane(size);
+    const Memfd plane(size);
     const int closed = dup(plane.fd);
     cl_mem memory = import(closed, size);
     close(closed);
@@ -81,7 +73,7 @@ TEST_F(ImportMemory, WrapsHostMemory) {
 }
 
 TEST_F(ImportMemory, ReachesToTheEndOfTheLastPageAtThatTime) {
-    const Plane plane(0);
+    const Memfd plane(0);
     const struct {
         off_t object;
         size_t size;
@@ -100,7 +92,7 @@ TEST_F(ImportMemory, ReachesToTheEndOfTheLastPageAtThatTime) {
 }
 
 TEST_F(ImportMemory, RefusesWhatCannotBeImported) {
-    Plane plane(4096);
+    Memfd plane(4096);
     int closed = dup(plane.fd);
     int read_only = open(("/proc/self/fd/" + std::to_string(plane.fd)).c_str(), O_RDONLY | O_CLOEXEC);
     close(closed);
@@ -137,15 +129,15 @@ TEST_F(ImportMemory, RefusesWhatCannotBeImported) {
 }
 
 TEST_F(ImportMemory, KeepsABoundedNumberOfIdleMappings) {
-    const Plane held(4096), often(4096);
-    const int before = mapped_planes();
+    const Memfd held(4096), often(4096);
+    const int before = footprint().plane_mappings;
     cl_mem memory = import(held.fd, 4096);
     for (int i = 0; i < 100; ++i)
         ASSERT_EQ(import_status(often.fd, 4096), CL_SUCCESS);
-    EXPECT_EQ(mapped_planes(), before + 2) << "one mapping for all the imports of a plane";
+    EXPECT_EQ(footprint().plane_mappings, before + 2) << "one mapping for all the imports of a plane";
     for (int i = 0; i < 200; ++i)
-        ASSERT_EQ(import_status(Plane(4096).fd, 4096), CL_SUCCESS);
-    EXPECT_LE(mapped_planes(), 33);
+        ASSERT_EQ(import_status(Memfd(4096).fd, 4096), CL_SUCCESS);
+    EXPECT_LE(footprint().plane_mappings, 33);
     expect_shared(memory, held.fd, 4096); // the one in use is not among those that went
     clReleaseMemObject(memory);
 }

@@ -4,11 +4,11 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
 #include <functional>
 #include <random>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "lumivert/converter.h"
 #include "support/host.h"
@@ -34,15 +34,13 @@ struct Pool {
     static constexpr uint32_t kHeight = 32;
 
     explicit Pool(_Image_ColorFormat output_format) {
-        for (int i = 0; i < kFrames; ++i) {
-            in.push_back(std::make_unique<Frame>(P010_LINEAR, kWidth, kHeight));
-            out.push_back(std::make_unique<Frame>(output_format, kWidth, kHeight));
-            fill_random(*in.back(), static_cast<uint32_t>(i));
+        for (uint32_t i = 0; i < kFrames; ++i) {
+            fill_random(in.emplace_back(P010_LINEAR, kWidth, kHeight), i);
+            out.emplace_back(output_format, kWidth, kHeight);
         }
     }
 
-    std::vector<std::unique_ptr<Frame>> in;
-    std::vector<std::unique_ptr<Frame>> out;
+    std::deque<Frame> in, out;
 };
 
 /// An instance for the pool's frames.
@@ -55,8 +53,8 @@ void convert(const Instance& instance, const Pool& pool, bool retained, int firs
     for (int i = first; i < last; ++i) {
         std::mt19937 random(static_cast<uint32_t>(i));
         HDR10PLUS_DYNAMIC_INFO info = random_record(random);
-        const Frame& in = *pool.in[static_cast<std::size_t>(i % Pool::kFrames)];
-        const Frame& out = *pool.out[static_cast<std::size_t>(i % Pool::kFrames)];
+        const Frame& in = pool.in[static_cast<std::size_t>(i % Pool::kFrames)];
+        const Frame& out = pool.out[static_cast<std::size_t>(i % Pool::kFrames)];
         ASSERT_EQ(retained ? instance.convert(in, out, &info) : instance.convert1(in, out, &info), 1);
     }
 }
@@ -152,7 +150,7 @@ TEST_F(Soak, TwoInstancesInTwoThreads) {
     // What each makes alone is what it makes beside the other.
     convert(normal, nv12, false, 0, Pool::kFrames);
     convert(fixed, p010, false, 0, Pool::kFrames);
-    const std::string alone[] = {nv12.out[3]->luma.contents(), p010.out[3]->luma.contents()};
+    const std::string alone[] = {nv12.out[3].luma.contents(), p010.out[3].luma.contents()};
     const int length = soak_frames() / 4 / Pool::kFrames * Pool::kFrames;
     expect_flat("frames in each of two threads", length, kTolerance, [&](int first, int last) {
         std::thread other([&] { convert(fixed, p010, false, first, last); });
@@ -160,8 +158,8 @@ TEST_F(Soak, TwoInstancesInTwoThreads) {
         other.join();
     });
     convert(normal, nv12, false, 0, Pool::kFrames);
-    EXPECT_EQ(nv12.out[3]->luma.contents(), alone[0]);
-    EXPECT_EQ(p010.out[3]->luma.contents(), alone[1]);
+    EXPECT_EQ(nv12.out[3].luma.contents(), alone[0]);
+    EXPECT_EQ(p010.out[3].luma.contents(), alone[1]);
 }
 
 } // namespace
