@@ -17,16 +17,19 @@
 /// **Planes.** P010 planes are 16-bit words with the 10-bit code in the upper bits, NV12 planes are bytes; chroma
 /// interleaves Cb and Cr at half the width and height. All planes are tightly packed: the pitch is the width. In
 /// mode `NORMAL` the GPU works on whole blocks of 4 columns by 2 rows, so allocate every plane for a width rounded
-/// up to a multiple of 4 and a height rounded up to a multiple of 2. Sizes are rounded up to a multiple of 128 bytes
-/// at import: the memory behind a descriptor must reach that far.
+/// up to a multiple of 4 and a height rounded up to a multiple of 2; of NV12 and P010 output, columns and rows beyond
+/// the last whole block stay unwritten. Mode `HI_JACK` works on blocks of 2 x 2 and takes the width rounded down to
+/// even as the pitch. Sizes are rounded up to a multiple of 128 bytes at import: the memory behind a descriptor must
+/// reach that far.
 ///
 /// **Descriptors** stay the caller's, on success and on failure: the library never closes one. `..._convert` keeps
 /// what it imported, under the descriptor's number alone, until deinit: while the instance lives, a number must go
 /// on naming the same buffer. `..._convert1` lets its imports go before it returns, except the output of an RGBA
 /// frame: its import stays until deinit, and for good once another RGBA frame has followed.
 ///
-/// **Errors.** Entry points report 1 or 0. A refused call says why in the Android log (tag "Lumivert"); so does every
-/// failing OpenCL call inside a conversion, which carries on and still reports 1. These end the process through
+/// **Errors.** Entry points report 1 or 0. A refused call says why in the Android log (tag "Lumivert", while bit 0 of
+/// `debug_level` is set); a skipped frame does not. Imports, uploads, arguments, launches and releases that fail inside
+/// a conversion leave a line as well, but it carries on and still reports 1. These end the process through
 /// `__android_log_assert`: planes without a descriptor or size, planes that cannot be imported or (HDR10+, block pool)
 /// released, a program cache that cannot be written or read or that the driver refuses, and a kernel that cannot be
 /// made even after the program was built anew.
@@ -111,8 +114,9 @@ void CL_HDR2SDR_ARM_deinit(void* instance);
 int32_t CL_HDR2SDR_ARM_convert(_HDR2SDR_config_params_t* In_params, _HDR2SDR_config_params_t* Out_params,
                                HDR10PLUS_DYNAMIC_INFO* dynamic_metadata, uint32_t luminance_nits, void* instance);
 
-/// Converts one frame from block-pool buffers: every plane is imported for this call and released before it returns
-/// (but for RGBA output, see **Descriptors**).
+/// Converts one frame from block-pool buffers: every plane is imported for this call and released before it returns,
+/// but for RGBA output (see **Descriptors**), which goes on serving the instance as intermediate: later NV12 and P010
+/// frames, of either convert call, overwrite it.
 ///
 /// `static_info` points to three values in 0.0001 cd/m2: the mastering display's maximum luminance (selects the table
 /// in mode `HI_JACK`, rounded to whole cd/m2), the luminance the log calls minimum, and the maximum content light

@@ -49,7 +49,7 @@ typedef struct _HDR10PLUS_TM_CURVE {
     float f_knee_point_x;             ///< knee point abscissa, 0 to 1 of the normalised input
     float f_knee_point_y;             ///< knee point ordinate, 0 to 1 of the output
     uint8_t num_bezier_curve_anchors; ///< N, 0 to 15
-    float f_bezier_curve_anchors[15]; ///< Bezier anchors P1 to PN, 0 to 1
+    float f_bezier_curve_anchors[15]; ///< Bezier anchors P1 to PN, 0 to 1 before `hdr10plus_curve_kchoose_preapplied`
 } HDR10PLUS_TM_CURVE;
 
 #ifdef __cplusplus
@@ -109,8 +109,10 @@ float calcP1(float kx, float ky, float target_lum, float scene_lum, float cap_x0
 void BasisOOTF(HDR10PLUS_TM_CURVE* curve, const HDR10PLUS_DYNAMIC_INFO* info, unsigned int target, float scene_peak);
 
 /// Adapts the curve in the metadata to the actual display: as it stands when the display is the targeted one, mixed
-/// with a basis curve for a dimmer display, with the identity for a brighter one. Same arguments as `BasisOOTF`;
-/// writes as many anchors as the metadata has and leaves `normalize_x` and the others as they are.
+/// with a basis curve for a dimmer display, with the identity for a brighter one. Where the display is not the targeted
+/// one and shows the whole scene (`target` of `scene_peak` or more), the identity with a knee at 0.3 replaces it; below
+/// 200 cd/m2 the identity with a knee at 0 does. Same arguments as `BasisOOTF`; writes as many anchors as the metadata
+/// has and leaves `normalize_x` and the others as they are.
 void GuidedOOTF(HDR10PLUS_TM_CURVE* curve, const HDR10PLUS_DYNAMIC_INFO* info, unsigned int target, float scene_peak);
 
 } // namespace LIB_HDR10PLUS_META

@@ -3,6 +3,7 @@
 #include <android/log.h>
 
 #include <cstdarg>
+#include <cstdio>
 #include <string>
 
 int32_t debug_level = 1;
@@ -102,26 +103,32 @@ void assert_failed(const char* tag, CheckSite site, const char* condition, const
     __android_log_assert(assertion.c_str(), tag, "%s", message.c_str());
 }
 
+void print(int priority, const char* format, va_list arguments) {
+    char line[1024]; // the log keeps no more of one
+    std::vsnprintf(line, sizeof line, format, arguments);
+    __android_log_print(priority, kLogTag, "%s", line);
+}
+
 } // namespace
 
 void log_debug(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    __android_log_vprint(ANDROID_LOG_DEBUG, kLogTag, format, arguments);
+    print(ANDROID_LOG_DEBUG, format, arguments);
     va_end(arguments);
 }
 
 void log_info(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    __android_log_vprint(ANDROID_LOG_INFO, kLogTag, format, arguments);
+    print(ANDROID_LOG_INFO, format, arguments);
     va_end(arguments);
 }
 
 void log_error(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    __android_log_vprint(ANDROID_LOG_ERROR, kLogTag, format, arguments);
+    print(ANDROID_LOG_ERROR, format, arguments);
     va_end(arguments);
 }
 

@@ -124,7 +124,8 @@ public:
 
     /// Fills a record for a frame without metadata from static luminances in cd/m2.
     void parse_default_dynamic(float first, float second, HDR10PLUS_DYNAMIC_INFO* info);
-    /// Writes the first 3 x `width` values of a float buffer as text to ocl.txt in the media directory.
+    /// Writes the first 3 x `width` values of a float buffer, or all where there are fewer, as text to ocl.txt in the
+    /// media directory.
     void dump_ocl(cl_mem buffer, int width, int height);
     /// Appends a frame's planes to a file in the media directory. Format -1 writes `plane0` from its host address.
     void filewrite(_Image_ColorFormat format, int width, int height, const _MULTIPLANE_t* plane0,
