@@ -33,10 +33,6 @@ void warn(const std::string& line) {
     print("warning: ", line);
 }
 
-int warnings() {
-    return warning_count;
-}
-
 void detail(const std::string& line) {
     if (verbose) print("", line);
 }

@@ -15,7 +15,6 @@ void tell(const std::string& line);
 
 /// Something the user should know; makes the exit status 1.
 void warn(const std::string& line);
-int warnings();
 
 /// What --verbose adds.
 void detail(const std::string& line);

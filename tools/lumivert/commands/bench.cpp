@@ -112,7 +112,8 @@ Subject whole_path(const Path& path, const Geometry& geometry, const Device& dev
             }};
 }
 
-Subject rgba_stage(const char* name, const Geometry& geometry, _Image_ColorFormat format) {
+Subject rgba_stage(const char* name, const Geometry& geometry, _Image_ColorFormat format, const Device& device) {
+    const Converter leaves_its_program(geometry, Mode::hdr10plus, Entry::pool, device);
     const auto stage = std::make_shared<RgbaStage>(geometry, format);
     return {name, quick, [=] { stage->run(); }};
 }
@@ -122,9 +123,16 @@ std::vector<Subject> subjects(const Geometry& geometry, const Device& device, co
     std::vector<Subject> all = {copy_of_a_frame(geometry)};
     for (const Path& path : paths)
         if (options.wants(path.name)) all.push_back(whole_path(path, geometry, device));
-    if (options.wants("stage.nv12")) all.push_back(rgba_stage("stage.nv12", geometry, NV12));
-    if (options.wants("stage.p010")) all.push_back(rgba_stage("stage.p010", geometry, P010_LINEAR));
+    if (options.wants("stage.nv12")) all.push_back(rgba_stage("stage.nv12", geometry, NV12, device));
+    if (options.wants("stage.p010")) all.push_back(rgba_stage("stage.p010", geometry, P010_LINEAR, device));
     return all;
+}
+
+std::vector<std::string> result_names() {
+    std::vector<std::string> names = {"memcpy", "stage.nv12", "stage.p010"};
+    for (const Path& path : paths)
+        names.emplace_back(path.name);
+    return names;
 }
 
 /// All take turns, so that what disturbs the machine for a while disturbs all of them. The first round warms up and
@@ -170,10 +178,18 @@ int be_child(const Options& options, const Device& device) {
     return done;
 }
 
+/// As the shell takes it for one word.
+std::string shell_word(const std::string& text) {
+    std::string word = "'";
+    for (const char c : text)
+        word += c == '\'' ? "'\\''" : std::string(1, c);
+    return word + "'";
+}
+
 /// A process of its own: drivers keep what they compiled as long as a process lives, and memory's peak never falls.
 Footprint footprint(const std::string& size, const std::string& environment = "") {
     const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
-    FILE* child = popen((environment + "'" + self + "' bench --child " + size).c_str(), "r");
+    FILE* child = popen((environment + shell_word(self) + " bench --child " + size).c_str(), "r");
     if (child == nullptr) throw system_error(self);
     const auto told = nlohmann::json::parse(child, nullptr, false);
     if (pclose(child) != 0 || !told.is_object()) throw Error("a converter could not be started");
@@ -195,7 +211,7 @@ std::vector<Start> measure_starts(int rounds) {
         if (mkdtemp(folder.data()) == nullptr) throw system_error(folder);
         remove_at_exit(folder);
         const auto environment =
-            std::string("XDG_CACHE_HOME='").append(folder) + "' POCL_CACHE_DIR='" + folder + "/pocl' ";
+            "XDG_CACHE_HOME=" + shell_word(folder) + " POCL_CACHE_DIR=" + shell_word(folder + "/pocl") + " ";
         for (Start& start : starts) {
             // Only the last one finds what the driver has kept of the one before.
             if (&start != &starts.back()) std::filesystem::remove_all(folder + "/pocl");
@@ -276,8 +292,11 @@ Command add_bench(CLI::App& app) {
     auto options = std::make_shared<Options>();
     Options& o = *options;
     app.add_option("--size", o.sizes, "frame sizes; 1920x1080 and 3840x2160 unless given");
-    app.add_option("--only", o.only, "measure these results and memcpy, no start and no memory");
-    app.add_option("--rounds", o.rounds, "frames per path")->check(CLI::Range(1, 100000));
+    app.add_option("--only", o.only, "measure these results and memcpy, no start and no memory")
+        ->check(CLI::IsMember(result_names()));
+    app.add_option("--rounds", o.rounds,
+                   "how often each is measured; what takes a millisecond or two, five times as often")
+        ->check(CLI::Range(1, 100000));
     app.add_option("--device", o.device, "part of an OpenCL device's name or number");
     app.add_flag("--json", o.json, "one JSON document");
     app.add_option("--child", o.child)->group(""); // what bench starts itself with

@@ -61,6 +61,7 @@ public:
         const int width = reader_.info().width, height = reader_.info().height;
         scaler_.reset(
             sws_getContext(width, height, format, width, height, format_, SWS_POINT, nullptr, nullptr, nullptr));
+        if (!scaler_) throw Error(path + ": FFmpeg cannot take its " + reader_.info().pixel_format + " samples apart");
         planes_.reset(av_frame_alloc());
         planes_->format = format_;
         planes_->width = width;
@@ -130,7 +131,7 @@ int sample(const AVFrame& frame, const AVComponentDescriptor& component, int x, 
 class Comparison {
 public:
     Comparison(const AVPixFmtDescriptor& format, int width, int height)
-        : format_(format), current_{width, height, 0, -1, {}}, worst{width, height, 0, -1, {}} {
+        : worst{width, height, 0, -1, {}}, format_(format), current_{width, height, 0, -1, {}} {
         const bool rgb = (format.flags & AV_PIX_FMT_FLAG_RGB) != 0;
         const char* names[] = {rgb ? "R" : "Y", rgb ? "G" : "Cb", rgb ? "B" : "Cr"};
         for (int i = 0; i < std::min<int>(format.nb_components, 3); ++i)
@@ -153,6 +154,7 @@ public:
     int depth() const { return format_.comp[0].depth; }
     std::vector<Component> components;
     int64_t frames = 0, first_differing = -1;
+    DifferenceMap worst; ///< the frame with the largest difference
 
 private:
     void add_component(const AVFrame& a, const AVFrame& b, const AVComponentDescriptor& where, Component& component,
@@ -178,9 +180,6 @@ private:
 
     const AVPixFmtDescriptor& format_;
     DifferenceMap current_;
-
-public:
-    DifferenceMap worst; ///< the frame with the largest difference
 };
 
 /// The largest difference in white.
@@ -238,7 +237,8 @@ int run(const Options& options) {
         throw Error("samples differ in kind: " + a.path() + " has " + a.info().pixel_format + ", " + b.path() + " " +
                     b.info().pixel_format);
     const AVPixFmtDescriptor& format = *av_pix_fmt_desc_get(a.format());
-    if ((format.flags & (AV_PIX_FMT_FLAG_BE | AV_PIX_FMT_FLAG_BITSTREAM | AV_PIX_FMT_FLAG_PAL)) != 0)
+    if ((format.flags &
+         (AV_PIX_FMT_FLAG_BE | AV_PIX_FMT_FLAG_BITSTREAM | AV_PIX_FMT_FLAG_PAL | AV_PIX_FMT_FLAG_FLOAT)) != 0)
         throw Error(std::string("pictures of ") + format.name + " cannot be compared");
 
     Comparison result(format, a.info().width, a.info().height);

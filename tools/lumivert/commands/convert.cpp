@@ -92,6 +92,8 @@ Plan make_plan(const Options& options, FrameSource& source) {
     plan.writer = &find_writer(options.writer, options.output);
     if (options.output == "-" && !plan.writer->streams)
         throw Error(std::string(plan.writer->name) + " cannot be written to standard output");
+    if (options.input == "-" && options.metadata == "-")
+        throw Error("INPUT and --metadata cannot both be standard input");
     if (!options.metadata.empty() && options.metadata != "none") plan.list = read_metadata(options.metadata);
     plan.mode = choose_mode(options, source);
     plan.format = choose_format(options, plan);
@@ -99,6 +101,7 @@ Plan make_plan(const Options& options, FrameSource& source) {
     plan.luminances = choose_luminances(options, clip.static_metadata);
     if (options.interval > 0 && plan.entry == Entry::retained)
         throw Error("--interval works with --entry pool; the retained entry converts every frame");
+    if (options.interval > 1 && !plan.mode) throw Error("--interval picks frames to convert; mode none converts none");
     if (plan.mode) {
         choose_device(options.device);
         plan.device = used_device();
@@ -145,7 +148,7 @@ void warn_about(const Options& options, const Plan& plan, const Tally& tally) {
     if (plan.mode == Mode::hdr10plus && plan.list.empty() && options.metadata != "none" &&
         tally.by_origin[0] + tally.by_origin[1] == 0)
         warn("there is no HDR10+ metadata in " + options.input);
-    if (plan.list.empty()) return;
+    if (plan.list.empty() || plan.mode != Mode::hdr10plus) return;
     const auto unused = std::distance(plan.list.lower_bound(tally.seen), plan.list.end());
     if (tally.to_the_end && unused > 0)
         warn(options.metadata + ": " + counted(static_cast<long>(plan.list.size()), "record") + " for " +
@@ -178,7 +181,7 @@ int run(const Options& options) {
     spec.width = clip.width;
     spec.height = clip.height;
     spec.clip = clip;
-    if (options.interval > 1) spec.clip.frame_rate.den *= options.interval;
+    if (options.interval > 1) spec.clip.frame_rate = av_mul_q(clip.frame_rate, {1, options.interval});
     spec.codec = options.codec;
     spec.preset = options.preset;
     spec.quality = options.quality;

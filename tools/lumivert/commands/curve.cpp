@@ -30,23 +30,21 @@ struct FrameRecord {
     Record record;
 };
 
-constexpr int64_t most_frames = 1000000; // four hours at 60 a second: what a list claims need not fit into memory
+constexpr size_t most_frames = 250000; // more than an hour at 60 a second, and all of them in memory
 
 /// The record that each frame from 0 to `last` uses.
 std::vector<FrameRecord> read_records(const std::string& input, int64_t last) {
     std::vector<FrameRecord> frames;
     const auto take = [&](RecordTrack& track, int64_t frame, const std::optional<Record>& own, const Record& fallback) {
+        if (frames.size() == most_frames)
+            throw Error(input + ": has more than the " + std::to_string(most_frames) + " frames that are drawn");
         const RecordOrigin origin = track.advance(frame, own);
         frames.push_back({frame, origin, track.current().value_or(fallback)});
     };
     if (std::filesystem::path(input).extension() == ".json") {
         const RecordsByFrame list = read_metadata(input);
         RecordTrack track(list);
-        const int64_t end = std::min(last, list.rbegin()->first);
-        if (end >= most_frames)
-            throw Error(input + ": frame " + std::to_string(end) + " is beyond the " + std::to_string(most_frames) +
-                        " frames that are drawn");
-        for (int64_t frame = 0; frame <= end; ++frame)
+        for (int64_t frame = 0; frame <= std::min(last, list.rbegin()->first); ++frame)
             take(track, frame, std::nullopt, default_record(0, 0));
         return frames;
     }

@@ -17,8 +17,8 @@ tell() {
     lines=$("$tool" "$@" 2>&1) || { echo "$lines" >&2; exit 1; }
     echo "$lines" | sed "s/^lumivert: [a-z]*: /  $word  /"
 }
-# A still of frame $1 before ($2 none) or after conversion, named $3.
-still() { "$tool" convert "$clip" --frames "$1" --mode "$2" -o "$3" 2>/dev/null; }
+# The same without its lines.
+quietly() { tell "" "$@" >/dev/null; }
 
 say "The device that converts (marked with *):"
 "$tool" devices
@@ -29,8 +29,8 @@ tell "converted" convert "$clip" -o clip-sdr.mp4
 tell "metadata " metadata "$clip" -o clip-hdr10plus.json
 for scene in 6:room 36:sky 60:night; do
     frame=${scene%:*} name=${scene#*:}
-    still "$frame" none "clip-$name-before.png"
-    still "$frame" hdr10plus "clip-$name-after.png"
+    quietly convert "$clip" --frames "$frame" --mode none -o "clip-$name-before.png"
+    quietly convert "$clip" --frames "$frame" --mode hdr10plus -o "clip-$name-after.png"
 done
 "$tool" curve "$clip" --frame 36 -o clip-curve.png
 "$tool" curve "$clip" --all -o clip-curves-over-time.png
@@ -40,7 +40,7 @@ through each of the library's entry points."
 python3 "$scripts/test_frame.py" frame-pq.p010
 tell "before   " convert frame-pq.p010 --size 1920x1080 --mode none -o frame-before.png
 for output in frame-sdr.p010 frame-after.png; do
-    "$tool" convert frame-pq.p010 --size 1920x1080 --mode static -o $output 2>/dev/null
+    quietly convert frame-pq.p010 --size 1920x1080 --mode static -o $output
 done
 i=0
 while [ $i -lt 24 ]; do cat frame-pq.p010; i=$((i + 1)); done >frames-pq.p010

@@ -23,7 +23,8 @@ Device used_device();
 /// The same device for OpenCL calls; null when there is none.
 cl_device_id device_in_use();
 
-/// Asks for a device: part of its number, platform or name. Empty: the default, a GPU before others.
+/// Asks for a device: part of its number, platform or name. Empty: the default, of the first platform, a GPU
+/// before others.
 void choose_device(const std::string& wanted);
 
 } // namespace lumivert::tool

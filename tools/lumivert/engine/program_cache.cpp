@@ -1,6 +1,5 @@
 #include "engine/program_cache.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -47,12 +46,18 @@ std::string contents(const fs::path& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// Names a program: another driver, device or build of the library makes another one.
-std::string program_name(const Device& device) {
+std::string library_of(const void* function) {
     Dl_info library = {};
-    dladdr(reinterpret_cast<const void*>(&CL_HDR2SDR_ARM_init), &library);
-    return sha256(device.platform + device.name + device.version + device.driver + contents(library.dli_fname))
-        .substr(0, 16);
+    dladdr(function, &library);
+    return contents(library.dli_fname);
+}
+
+/// Names a program: another driver, device or build of the library, or of the platform that compiles in its own way,
+/// makes another one.
+std::string program_name(const Device& device) {
+    const std::string libraries = library_of(reinterpret_cast<const void*>(&CL_HDR2SDR_ARM_init)) +
+                                  library_of(reinterpret_cast<const void*>(&clCreateProgramWithSource));
+    return sha256(device.platform + device.name + device.version + device.driver + libraries).substr(0, 16);
 }
 
 bool usable(const fs::path& folder) {

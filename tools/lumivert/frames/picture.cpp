@@ -4,9 +4,9 @@ namespace lumivert::tool {
 namespace {
 
 constexpr FormatInfo formats[] = {
-    {"nv12", NV12, 2, 1, "8-bit 4:2:0"},
-    {"p010", P010_LINEAR, 2, 2, "10-bit 4:2:0 in 16-bit words"},
-    {"rgba", RGBA, 1, 4, "8-bit R, G, B, A"},
+    {"nv12", NV12, 2, 1},
+    {"p010", P010_LINEAR, 2, 2},
+    {"rgba", RGBA, 1, 4},
 };
 
 } // namespace

@@ -19,13 +19,12 @@ struct Geometry {
     Geometry(int w, int h) : width(w), height(h), pitch((w + 31) / 32 * 32) {}
 };
 
-/// One row of pixels of the formats that the converter reads or writes.
+/// How a format that the converter reads or writes lies in memory.
 struct FormatInfo {
     const char* name;
     _Image_ColorFormat format;
     int planes;
     int row_bytes; ///< bytes per pixel column in a row of either plane
-    const char* about;
 };
 
 /// P010, NV12 or RGBA.

@@ -3,8 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <vector>
 
 #include "frames/picture.h"
 

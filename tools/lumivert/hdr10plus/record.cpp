@@ -60,7 +60,7 @@ constexpr DefaultSet default_sets[2] = {
 
 Record make_record() {
     Record record = {};
-    // ITU-T T.35: United States, Samsung Electronics America, ST 2094-40. FFmpeg reports a country code of 0.
+    // ITU-T T.35 country and provider of the SMPTE ST 2094-40 message. FFmpeg reports a country code of 0.
     record.country_code = 181;
     record.provider_code = 60;
     record.provider_oriented_code = 1;

@@ -1,6 +1,7 @@
 #include "io/output_file.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <utility>

@@ -74,6 +74,7 @@ ClipReader::ClipReader(const std::string& path, const std::optional<RawLayout>& 
     check(avformat_find_stream_info(opened, nullptr), path_);
     const AVCodec* codec = nullptr;
     stream_ = av_find_best_stream(opened, AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
+    if (stream_ == AVERROR_DECODER_NOT_FOUND) throw Error(path_ + ": this FFmpeg cannot decode its video");
     if (stream_ < 0) throw Error(path_ + ": there is no video in it");
     decoder_.reset(avcodec_alloc_context3(codec));
     const AVStream& stream = *demuxer_->streams[stream_];
@@ -115,11 +116,13 @@ void ClipReader::describe(const AVFrame& first) {
 
 PacketPtr ClipReader::read_packet() {
     PacketPtr packet(av_packet_alloc());
-    while (av_read_frame(demuxer_.get(), packet.get()) >= 0) {
+    int result = 0;
+    while ((result = av_read_frame(demuxer_.get(), packet.get())) >= 0) {
         if (packet->stream_index == stream_) return packet;
         av_packet_unref(packet.get());
     }
-    return nullptr; // FFmpeg has logged it where the data ends too early
+    if (result != AVERROR_EOF) ++damaged_; // where the data just ends too early FFmpeg logs it
+    return nullptr;
 }
 
 bool ClipReader::is_cut_off(const AVPacket& last) const {

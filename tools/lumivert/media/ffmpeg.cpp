@@ -47,7 +47,8 @@ QuietFfmpeg::~QuietFfmpeg() {
 std::string take_ffmpeg_errors() {
     std::lock_guard lock(mutex);
     const long count = std::exchange(error_count, 0);
-    return count == 0 ? "" : "FFmpeg reported " + counted(count, "error") + ", the first: " + first_error;
+    const std::string first = std::exchange(first_error, "");
+    return count == 0 ? "" : "FFmpeg reported " + counted(count, "error") + ", the first: " + first;
 }
 
 int check(int result, const std::string& path) {

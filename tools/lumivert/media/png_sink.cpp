@@ -1,5 +1,3 @@
-#include <cstdio>
-
 #include "error.h"
 #include "io/png.h"
 #include "media/pixel_converter.h"

@@ -135,7 +135,7 @@ private:
             canvas_.fill({x, y}, bar, 1, shade(static_cast<double>(bottom - y) / (bottom - top)));
         canvas_.frame({x, top}, bar, bottom - top, quiet);
         for (const double tick : out.ticks(24))
-            if (out.position(tick) > top + 18 || tick == target)
+            if (out.position(tick) > top + 18)
                 canvas_.text({x + bar + 7, out.position(tick) + 5}, luminance_text(tick), ink, 14);
         canvas_.text({x + bar + 7, top + 5}, luminance_text(target), ink, 14);
         canvas_.text_upwards({x + bar + 58, (top + bottom) / 2.0}, "output luminance in cd/m\u00b2", ink, 15);

@@ -27,7 +27,9 @@ struct FrameCurve {
     double output_by_table(double input) const;
 
 private:
-    std::vector<float> fine_; ///< gains at 4096 steps
+    void make_gains(float* table, unsigned size) const;
+
+    mutable std::vector<float> fine_; ///< gains at 4096 steps, made when they are first asked for
 };
 
 void draw_curve(const std::string& path, const std::string& name, const FrameCurve& curve);
