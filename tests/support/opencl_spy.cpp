@@ -120,7 +120,6 @@ void answer_build_status(cl_build_status status) {
 
 } // namespace spy
 
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 #define STATUS(name, parameters, detail, ...)                                                                          \
     cl_int name parameters {                                                                                           \
         return spy::status(#name, detail, &(name), __VA_ARGS__);                                                       \
@@ -221,4 +220,3 @@ STATUS(clReleaseMemObject, (cl_mem m), "", m)
 STATUS(clReleaseSampler, (cl_sampler s), "", s)
 
 } // extern "C"
-// NOLINTEND(readability-inconsistent-declaration-parameter-name)

@@ -48,7 +48,7 @@ class Metadata(ToolTest):
         luminance = {"LuminanceDistributions": {"DistributionIndex": [1, 2], "DistributionValues": [1]}}
         for scenes, message in (
                 ([], "there is no SceneInfo list with entries"),
-                ([scene(SequenceFrameIndex=4000000000)], "frame 4000000000 is beyond"),
+                ([scene(SequenceFrameIndex=4000000000)], "has more than the 250000 frames"),
                 ([scene(), scene(LuminanceParameters=luminance)], "SceneInfo entry 1: DistributionIndex and"),
                 ([scene(BezierCurveData={"Anchors": 16 * [1]})], "SceneInfo entry 0: Anchors is not an array"),
                 ([scene(TargetedSystemDisplayMaximumLuminance=-1)], "Luminance -1 does not fit")):
