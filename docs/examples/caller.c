@@ -1,8 +1,10 @@
 /// How a decoder component calls the library, in C11: three frames as a Codec2 component and three as an OpenMAX one.
 ///
-///     cc caller.c -lLumivert && ANDROID_DATA=/tmp/lumivert ./a.out
+///     mkdir -p /tmp/lumivert/vendor/media
+///     cc -I include docs/examples/caller.c -L build -lLumivert -Wl,-rpath,build -o build/caller
+///     ANDROID_DATA=/tmp/lumivert build/caller
 ///
-/// On a workstation $ANDROID_DATA stands for /data and must hold the folder vendor/media. In a component the planes are
+/// On a workstation $ANDROID_DATA stands for /data. In a component the planes are
 /// the codec's own dma-bufs; here each is a memfd with a grey picture in it.
 #define _GNU_SOURCE // memfd_create
 
