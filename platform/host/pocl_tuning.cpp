@@ -53,9 +53,9 @@ void tune_compiler(cl_device_id device) {
         const char* const arguments[] = {
             "pocl",
             // SLP pairs up the r, g and b of one work-item, and then LLVM finds no loop over work-items that it could
-            // widen: six times slower in the tone-mapping kernel, twice in the static ones.
+            // widen: ten times slower in the tone-mapping kernel, twice in the static ones.
             "-vectorize-slp=false",
-            // LLVM prefers 8 lanes even where the processor has 16 (AVX-512): 1.7 times slower in the tone-mapping
+            // LLVM prefers 8 lanes even where the processor has 16 (AVX-512): 1.6 times slower in the tone-mapping
             // kernel. Elsewhere two or four registers at a time are as good as one.
             "-force-vector-width=16",
         };

@@ -2,10 +2,9 @@
 """Cuts the device program into its 192 pieces and writes them as a C++ source.
 
     assemble.py -o program_text.cpp *.cl *.inc          the piece table (program_text.h)
-    assemble.py --text -o program.cl *.cl *.inc         the same program in one file, for an offline compiler
 
 Inputs are told apart by file name, so their order and folder do not matter; the command serves CMake and a Soong
-genrule (cmd: "$(location assemble.py) -o $(out) $(in)") alike. The pieces:
+genrule (cmd: "$(location lumivert_assemble) -o $(out) $(in)") alike. The pieces:
 
     0            the curve record                                        record.cl
     1            constants and helpers, "__kernel void"                  prelude.cl, colour_stages.cl
@@ -119,12 +118,9 @@ def cpp_source(pieces):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("-o", "--output", required=True)
-    parser.add_argument("--text", action="store_true", help="write plain OpenCL C instead of the C++ piece table")
     parser.add_argument("inputs", nargs="+")
     arguments = parser.parse_args()
-    pieces = assemble(read_inputs(arguments.inputs))
-    content = "".join(pieces) if arguments.text else cpp_source(pieces)
-    pathlib.Path(arguments.output).write_text(content, encoding="ascii")
+    pathlib.Path(arguments.output).write_text(cpp_source(assemble(read_inputs(arguments.inputs))), encoding="ascii")
 
 
 if __name__ == "__main__":
