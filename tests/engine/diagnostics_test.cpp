@@ -41,13 +41,16 @@ TEST(Checked, EvaluatesAFailingCallTwiceAndNamesTheSecondCode) {
 
 class Filewrite : public EngineTest {
 protected:
-    /// What one dump adds to the file.
+    /// What one dump appends to the file.
     std::string dump(int format, int width, int height, const _MULTIPLANE_t& plane0, const _MULTIPLANE_t& plane1) {
-        std::remove(folder.media("dump.yuv").c_str());
+        const std::string path = folder.media("dump.yuv");
+        const std::string before = read_file(path);
         log.clear();
         engine.filewrite(static_cast<_Image_ColorFormat>(format), width, height, &plane0, &plane1,
                          std::make_unique<std::string>("dump.yuv"));
-        return read_file(folder.media("dump.yuv"));
+        const std::string after = read_file(path);
+        EXPECT_EQ(after.substr(0, before.size()), before);
+        return after.substr(std::min(before.size(), after.size()));
     }
 
     Formatter engine{4, 2, HI_JACK};
