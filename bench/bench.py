@@ -49,6 +49,8 @@ def measure_growth(build, frames=5000):
     told = subprocess.run([soak, "--gtest_filter=Soak.Frames*"], capture_output=True, text=True,
                           env={**os.environ, "LUMIVERT_SOAK_FRAMES": str(frames)})
     found = re.findall(r"^(.+): \d+, resident (\S+) KiB", told.stdout, re.M)
+    if not found:
+        sys.exit(f"bench: the long runs told nothing: {told.stdout}{told.stderr}")
     return {f"{frames} {name}": int(kib) for name, kib in found}
 
 

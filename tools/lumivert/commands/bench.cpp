@@ -112,8 +112,7 @@ Subject whole_path(const Path& path, const Geometry& geometry, const Device& dev
             }};
 }
 
-Subject rgba_stage(const char* name, const Geometry& geometry, _Image_ColorFormat format, const Device& device) {
-    const Converter leaves_its_program(geometry, Mode::hdr10plus, Entry::pool, device);
+Subject rgba_stage(const char* name, const Geometry& geometry, _Image_ColorFormat format) {
     const auto stage = std::make_shared<RgbaStage>(geometry, format);
     return {name, quick, [=] { stage->run(); }};
 }
@@ -123,8 +122,9 @@ std::vector<Subject> subjects(const Geometry& geometry, const Device& device, co
     std::vector<Subject> all = {copy_of_a_frame(geometry)};
     for (const Path& path : paths)
         if (options.wants(path.name)) all.push_back(whole_path(path, geometry, device));
-    if (options.wants("stage.nv12")) all.push_back(rgba_stage("stage.nv12", geometry, NV12, device));
-    if (options.wants("stage.p010")) all.push_back(rgba_stage("stage.p010", geometry, P010_LINEAR, device));
+    const Converter leaves_its_program(geometry, Mode::hdr10plus, Entry::pool, device); // for the stages
+    if (options.wants("stage.nv12")) all.push_back(rgba_stage("stage.nv12", geometry, NV12));
+    if (options.wants("stage.p010")) all.push_back(rgba_stage("stage.p010", geometry, P010_LINEAR));
     return all;
 }
 
