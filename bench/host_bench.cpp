@@ -1,13 +1,13 @@
 /// What the host does for a frame: the curve and its gain table, everything outside OpenCL calls, and imports.
+#include <cstdlib>
+#include <memory>
+
 #include <CL/cl_ext.h>
 #include <android/log.h>
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 #include <sys/mman.h>
 #include <unistd.h>
-
-#include <cstdlib>
-#include <memory>
 
 #include "lumivert/converter.h"
 
@@ -51,9 +51,9 @@ HDR10PLUS_DYNAMIC_INFO scene(bool with_curve) {
     info.display_max_luminance = 400;
     info.avg_maxrgb = 1000;
     info.num_maxrgb_percentiles = 9;
-    constexpr uint8_t percentages[] = {1, 5, 10, 25, 50, 75, 90, 95, 99};
+    constexpr uint8_t kPercentages[] = {1, 5, 10, 25, 50, 75, 90, 95, 99};
     for (int i = 0; i < 9; ++i) {
-        info.maxrgb_percentages[i] = percentages[i];
+        info.maxrgb_percentages[i] = kPercentages[i];
         info.maxrgb_percentiles[i] = 1000 * (i + 1);
     }
     for (uint32_t& peak : info.maxscl)
@@ -99,14 +99,14 @@ private:
 };
 
 void retained_frame(benchmark::State& state, _ALGO_t mode) {
-    constexpr int32_t width = 1920, height = 1080;
-    const Plane in_luma(width * height * 2), in_chroma(width * height), luma(width * height),
-        chroma(width * height / 2);
+    constexpr int32_t kWidth = 1920, kHeight = 1080;
+    const Plane in_luma(kWidth * kHeight * 2), in_chroma(kWidth * kHeight), luma(kWidth * kHeight),
+        chroma(kWidth * kHeight / 2);
     _HDR2SDR_config_params_t in = {P010_LINEAR, {in_luma.descriptor(), in_chroma.descriptor()}};
     _HDR2SDR_config_params_t out = {mode == NORMAL ? NV12 : P010_LINEAR, {luma.descriptor(), chroma.descriptor()}};
     HDR10PLUS_DYNAMIC_INFO info = scene(true);
     void* instance = nullptr;
-    if (CL_HDR2SDR_ARM_init(width, height, mode, &instance, 0) != 1)
+    if (CL_HDR2SDR_ARM_init(kWidth, kHeight, mode, &instance, 0) != 1)
         return state.SkipWithError("no OpenCL device, or no place for its program");
     const auto convert = [&] { return CL_HDR2SDR_ARM_convert(&in, &out, &info, 1000, instance); };
     convert(); // imports the planes

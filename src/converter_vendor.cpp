@@ -1,10 +1,10 @@
 /// The library's boundary: each entry point checks, dispatches to a path, and maps the outcome to 1 or 0.
-#include <cutils/properties.h>
-#include <sys/time.h>
-
 #include <cstdlib>
 #include <iterator>
 #include <memory>
+
+#include <cutils/properties.h>
+#include <sys/time.h>
 
 #include "lumivert/converter.h"
 #include "normal_convert.h"

@@ -1,11 +1,11 @@
 /// Steps that the entry points and the conversion paths have in common.
 #pragma once
 
-#include <CL/cl.h>
-
 #include <atomic>
 #include <cstddef>
 #include <memory>
+
+#include <CL/cl.h>
 
 #include "lumivert/converter.h"
 #include "util/formatter.h"

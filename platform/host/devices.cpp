@@ -66,7 +66,7 @@ std::optional<Device> find(const char* part_of_label) {
 }
 
 /// Answers a query for handles, of the form that clGetPlatformIDs and clGetDeviceIDs share.
-template <class Id>
+template <typename Id>
 cl_int answer(const std::vector<Id>& found, cl_uint room, Id* ids, cl_uint* count) {
     if ((ids && room == 0) || (!ids && !count)) return CL_INVALID_VALUE;
     if (ids) std::copy_n(found.begin(), std::min<size_t>(room, found.size()), ids);

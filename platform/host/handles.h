@@ -14,26 +14,26 @@
 
 namespace lumivert::platform {
 
-/// What OpenCL calls a handle of each kind that is none; 0 for what is not a checked kind of handle.
-template <class T>
-inline constexpr cl_int invalid_code = CL_SUCCESS;
+/// The error code for an invalid handle of each kind; CL_SUCCESS for kinds that are not checked.
+template <typename T>
+inline constexpr cl_int kInvalidCode = CL_SUCCESS;
 template <>
-inline constexpr cl_int invalid_code<cl_device_id> = CL_INVALID_DEVICE;
+inline constexpr cl_int kInvalidCode<cl_device_id> = CL_INVALID_DEVICE;
 template <>
-inline constexpr cl_int invalid_code<cl_context> = CL_INVALID_CONTEXT;
+inline constexpr cl_int kInvalidCode<cl_context> = CL_INVALID_CONTEXT;
 template <>
-inline constexpr cl_int invalid_code<cl_command_queue> = CL_INVALID_COMMAND_QUEUE;
+inline constexpr cl_int kInvalidCode<cl_command_queue> = CL_INVALID_COMMAND_QUEUE;
 template <>
-inline constexpr cl_int invalid_code<cl_mem> = CL_INVALID_MEM_OBJECT;
+inline constexpr cl_int kInvalidCode<cl_mem> = CL_INVALID_MEM_OBJECT;
 template <>
-inline constexpr cl_int invalid_code<cl_sampler> = CL_INVALID_SAMPLER;
+inline constexpr cl_int kInvalidCode<cl_sampler> = CL_INVALID_SAMPLER;
 template <>
-inline constexpr cl_int invalid_code<cl_program> = CL_INVALID_PROGRAM;
+inline constexpr cl_int kInvalidCode<cl_program> = CL_INVALID_PROGRAM;
 template <>
-inline constexpr cl_int invalid_code<cl_kernel> = CL_INVALID_KERNEL;
+inline constexpr cl_int kInvalidCode<cl_kernel> = CL_INVALID_KERNEL;
 
 /// The live objects of one kind. Any thread may call.
-template <class Handle>
+template <typename Handle>
 class LiveHandles {
 public:
     void add(Handle handle) {
@@ -78,7 +78,7 @@ private:
 };
 
 /// The one table of a kind. Never destroyed: drivers still release objects while the process ends.
-template <class Handle>
+template <typename Handle>
 LiveHandles<Handle>& live() {
     static auto& handles = *new LiveHandles<Handle>;
     return handles;
@@ -86,18 +86,18 @@ LiveHandles<Handle>& live() {
 
 /// The code that a call with this argument deserves: of a checked kind, the kind's code unless it is live. Devices are
 /// not made but found, so a device only must not be null.
-template <class T>
+template <typename T>
 cl_int check(T argument) {
-    if constexpr (invalid_code<T> == CL_SUCCESS)
+    if constexpr (kInvalidCode<T> == CL_SUCCESS)
         return CL_SUCCESS;
     else if constexpr (std::is_same_v<T, cl_device_id>)
-        return argument ? CL_SUCCESS : invalid_code<T>;
+        return argument ? CL_SUCCESS : kInvalidCode<T>;
     else
-        return live<T>().serial(argument) ? CL_SUCCESS : invalid_code<T>;
+        return live<T>().serial(argument) ? CL_SUCCESS : kInvalidCode<T>;
 }
 
 /// The code of the first argument that has one.
-template <class... Args>
+template <typename... Args>
 cl_int check_all(Args... args) {
     cl_int status = CL_SUCCESS;
     (void)((status = check(args), status != CL_SUCCESS) || ...);
@@ -105,14 +105,14 @@ cl_int check_all(Args... args) {
 }
 
 /// `driver(args...)` with its handles checked.
-template <class... Params, class... Args>
+template <typename... Params, class... Args>
 cl_int checked(cl_int (*driver)(Params...), Args... args) {
     const cl_int status = check_all(args...);
     return status ? status : driver(args...);
 }
 
 /// `driver(args..., errcode)` with its handles checked; what it makes is live from then on.
-template <class Handle, class... Params, class... Args>
+template <typename Handle, class... Params, class... Args>
 Handle created(Handle (*driver)(Params...), cl_int* errcode, Args... args) {
     cl_int status = check_all(args...);
     Handle handle = status ? nullptr : driver(args..., &status);
@@ -121,14 +121,14 @@ Handle created(Handle (*driver)(Params...), cl_int* errcode, Args... args) {
     return handle;
 }
 
-template <class Handle>
+template <typename Handle>
 cl_int retained(cl_int (*driver)(Handle), Handle handle) {
-    return live<Handle>().retain(handle) ? driver(handle) : invalid_code<Handle>;
+    return live<Handle>().retain(handle) ? driver(handle) : kInvalidCode<Handle>;
 }
 
-template <class Handle>
+template <typename Handle>
 cl_int released(cl_int (*driver)(Handle), Handle handle) {
-    return live<Handle>().release(handle) ? driver(handle) : invalid_code<Handle>;
+    return live<Handle>().release(handle) ? driver(handle) : kInvalidCode<Handle>;
 }
 
 } // namespace lumivert::platform

@@ -53,7 +53,7 @@ Bindings& bindings() {
 }
 
 /// Moves the bytes of imports that the device works on as copies: to the device before a launch, back after it.
-template <class Transfer>
+template <typename Transfer>
 cl_int transfer(Transfer driver, cl_command_queue queue, const std::vector<cl_mem>& objects) {
     cl_int status = CL_SUCCESS;
     for (cl_mem object : objects)

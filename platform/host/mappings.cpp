@@ -45,7 +45,7 @@ void Mappings::let_go(Mapping* mapping) {
     mappings_.splice(mappings_.begin(), mappings_, std::find_if(mappings_.begin(), mappings_.end(), is_it));
 
     const auto idle = [](const Mapping& other) { return other.users == 0; };
-    if (std::count_if(mappings_.begin(), mappings_.end(), idle) <= idle_limit) return;
+    if (std::count_if(mappings_.begin(), mappings_.end(), idle) <= kIdleLimit) return;
     const auto oldest = std::prev(std::find_if(mappings_.rbegin(), mappings_.rend(), idle).base());
     munmap(oldest->address, oldest->length);
     mappings_.erase(oldest);

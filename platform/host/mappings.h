@@ -26,7 +26,7 @@ public:
         int users; ///< 0: idle
     };
 
-    static constexpr int idle_limit = 32;
+    static constexpr int kIdleLimit = 32;
 
     /// The first `size` bytes of what `fd` names, readable and writable, until as many calls of `let_go`. Null when
     /// the descriptor does not allow that or the object ends before the page of the last byte.

@@ -9,9 +9,9 @@ std::string resolve_path(const std::string& device_path) {
     static constexpr struct {
         const char* root;
         const char* variable;
-    } moved[] = {{"/data", "ANDROID_DATA"}, {"/sdcard", "EXTERNAL_STORAGE"}};
+    } kMoved[] = {{"/data", "ANDROID_DATA"}, {"/sdcard", "EXTERNAL_STORAGE"}};
 
-    for (const auto& [root, variable] : moved) {
+    for (const auto& [root, variable] : kMoved) {
         const std::string prefix = root;
         const bool inside = device_path == prefix || device_path.rfind(prefix + '/', 0) == 0;
         const char* here = std::getenv(variable);

@@ -17,7 +17,7 @@ namespace {
 /// [-1/2, 1/2], 2e-9 relative. r is taken from e and f apart: their sum has no bits left for it. Together 5e-7 relative
 /// and, for results near 1, the nearest float but for a few: the PQ curve magnifies errors there a hundred times.
 /// A base of 0 (or below the normal floats) gives 0.
-constexpr char relaxed_powr[] = R"CLC(
+constexpr char kRelaxedPowr[] = R"CLC(
 static inline float __attribute__((overloadable, always_inline)) relaxed_powr(float x, float y) {
     int e = (as_int(x) - 0x3f3504f3) >> 23;
     float f = as_float(as_int(x) - (e << 23)) - 1.0f;
@@ -72,7 +72,7 @@ const char* prelude(cl_context context) {
     cl_device_id device = nullptr; // contexts of several devices are left alone
     if (DRIVER(clGetContextInfo)(context, CL_CONTEXT_DEVICES, sizeof(cl_device_id), &device, nullptr) != CL_SUCCESS)
         return nullptr;
-    return is_cpu(device) ? relaxed_powr : nullptr;
+    return is_cpu(device) ? kRelaxedPowr : nullptr;
 }
 
 size_t row_of_work_group(cl_command_queue queue, cl_uint dimensions, const size_t* global) {
@@ -84,8 +84,8 @@ size_t row_of_work_group(cl_command_queue queue, cl_uint dimensions, const size_
     // PoCL's own choice splits odd widths into a few columns, too short to vectorise: two to seven times slower. A
     // whole row, or the largest even part of one that the device takes, is as good as its choice for good widths. Where
     // only tiny parts divide the row, the choice stays PoCL's.
-    constexpr size_t worthwhile = 64;
-    for (size_t parts = (global[0] + largest - 1) / largest; parts && global[0] / parts >= worthwhile; ++parts)
+    constexpr size_t kWorthwhile = 64;
+    for (size_t parts = (global[0] + largest - 1) / largest; parts && global[0] / parts >= kWorthwhile; ++parts)
         if (global[0] % parts == 0) return global[0] / parts;
     return 0;
 }

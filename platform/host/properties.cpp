@@ -1,9 +1,8 @@
-#include <cutils/properties.h>
-
 #include <cstdio>
 #include <cstring>
 
 #include <android-base/properties.h>
+#include <cutils/properties.h>
 
 int property_get(const char* key, char* value, const char* default_value) {
     const std::string text = android::base::GetProperty(key, default_value ? default_value : "");

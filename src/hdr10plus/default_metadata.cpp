@@ -6,7 +6,7 @@
 namespace lumivert {
 namespace {
 
-constexpr uint8_t percentages[] = {1, 5, 10, 25, 50, 75, 90, 95, 99};
+constexpr uint8_t kPercentages[] = {1, 5, 10, 25, 50, 75, 90, 95, 99};
 
 /// What depends on how bright the content is; the first four distribution points do not.
 struct Scene {
@@ -15,26 +15,26 @@ struct Scene {
     uint16_t anchors[9];     // 10 bits
 };
 
-constexpr Scene normal_scene = {
+constexpr Scene kNormalScene = {
     {13, 0, 13, 322, 782, 1368, 7497, 8389, 10000}, 33, 132, {380, 620, 650, 770, 850, 900, 930, 980, 990}};
 
 // The first anchor overshoots its successors on purpose: it lifts the tones just above the knee.
-constexpr Scene bright_scene = {
+constexpr Scene kBrightScene = {
     {13, 0, 13, 322, 982, 2368, 18497, 24389, 40000}, 20, 320, {1023, 700, 850, 920, 950, 980, 1005, 1010, 1020}};
 
 float reference_peak(float first, float second) {
-    const bool has_first = first >= 1000.0f;
-    const bool has_second = second > 0.0f;
+    const bool has_first = first >= 1000.0F;
+    const bool has_second = second > 0.0F;
     if (has_first && has_second) return std::min(first, second);
     if (has_first) return first;
-    return has_second ? second : 1000.0f;
+    return has_second ? second : 1000.0F;
 }
 
 } // namespace
 
 void default_metadata(float first, float second, HDR10PLUS_DYNAMIC_INFO* info) {
     // Peaks count in whole cd/m2. Comparing with 1001 spares a conversion that a huge peak would overflow.
-    const Scene& scene = reference_peak(first, second) >= 1001.0f ? bright_scene : normal_scene;
+    const Scene& scene = reference_peak(first, second) >= 1001.0F ? kBrightScene : kNormalScene;
 
     info->country_code = 181;
     info->provider_code = 60;
@@ -44,8 +44,8 @@ void default_metadata(float first, float second, HDR10PLUS_DYNAMIC_INFO* info) {
     info->display_max_luminance = 250;
     std::fill(std::begin(info->maxscl), std::end(info->maxscl), 100000);
     info->avg_maxrgb = 0;
-    info->num_maxrgb_percentiles = std::size(percentages);
-    std::copy(std::begin(percentages), std::end(percentages), info->maxrgb_percentages);
+    info->num_maxrgb_percentiles = std::size(kPercentages);
+    std::copy(std::begin(kPercentages), std::end(kPercentages), info->maxrgb_percentages);
     std::copy(std::begin(scene.percentiles), std::end(scene.percentiles), info->maxrgb_percentiles);
     info->tone_mapping_flag = 1;
     info->knee_point_x = scene.knee_x;

@@ -1,17 +1,17 @@
-#include "hdr10plus/units.h"
-#include "lumivert/hdr10plus.h"
-
 #include <algorithm>
 #include <cmath>
 
-using lumivert::max_entries;
+#include "hdr10plus/units.h"
+#include "lumivert/hdr10plus.h"
+
+using lumivert::kMaxEntries;
 using lumivert::valid_entries;
 
 namespace {
 
 /// Row N: C(N + 1, k + 1), the weight of anchor k in a Bezier curve of order N + 1. Two irregularities are deliberate
 /// and part of what a curve means here: the rows of 0 to 2 drop their anchors, and the row of 15 misses the two 120.
-constexpr float binomials[max_entries + 1][max_entries] = {
+constexpr float kBinomials[kMaxEntries + 1][kMaxEntries] = {
     {},
     {},
     {},
@@ -31,7 +31,7 @@ constexpr float binomials[max_entries + 1][max_entries] = {
 };
 
 float power(float base, unsigned exponent) {
-    float result = 1.0f;
+    float result = 1.0F;
     for (unsigned i = 0; i < exponent; ++i)
         result *= base;
     return result;
@@ -42,7 +42,7 @@ float power(float base, unsigned exponent) {
 template <typename Curve>
 void sample_gains(float* lut, unsigned size, Curve output) {
     if (size > 2) {
-        const float step = 1.0f / static_cast<float>(size - 2);
+        const float step = 1.0F / static_cast<float>(size - 2);
         for (unsigned i = 1; i < size - 1; ++i) {
             const float x = static_cast<float>(i) * step;
             lut[i] = output(x) / x;
@@ -57,7 +57,7 @@ void sample_gains(float* lut, unsigned size, Curve output) {
 void hdr10plus_curve_kchoose_preapplied(HDR10PLUS_TM_CURVE* curve) {
     const unsigned anchors = valid_entries(curve->num_bezier_curve_anchors);
     for (unsigned k = 0; k < anchors; ++k)
-        curve->f_bezier_curve_anchors[k] *= binomials[anchors][k];
+        curve->f_bezier_curve_anchors[k] *= kBinomials[anchors][k];
 }
 
 void hdr10plus_preappliedcurve_to_lut(float* lut, unsigned int size, HDR10PLUS_TM_CURVE* curve) {
@@ -67,18 +67,18 @@ void hdr10plus_preappliedcurve_to_lut(float* lut, unsigned int size, HDR10PLUS_T
     const float* weighted = curve->f_bezier_curve_anchors;
 
     sample_gains(lut, size, [=](float x) {
-        if (kx >= x) return std::max(std::min(ky * x / kx, 1.0f), 0.0f);
-        const float t = (x - kx) / (1.0f - kx);
-        if (!(t < 1.0f)) return x;
+        if (kx >= x) return std::max(std::min(ky * x / kx, 1.0F), 0.0F);
+        const float t = (x - kx) / (1.0F - kx);
+        if (!(t < 1.0F)) return x;
         // One running product instead of two powers per anchor: (1 - t)^(N + 1) turns into t^(k + 1) (1 - t)^(N - k).
         float bezier = power(t, anchors) * t;
-        float weight = std::pow(1.0f - t, static_cast<float>(anchors + 1));
-        const float reciprocal = 1.0f / (1.0f - t);
+        float weight = std::pow(1.0F - t, static_cast<float>(anchors + 1));
+        const float reciprocal = 1.0F / (1.0F - t);
         for (unsigned k = 0; k < anchors; ++k) {
             weight = weight * t * reciprocal;
             bezier = std::fma(weight, weighted[k], bezier);
         }
-        return std::fma(1.0f - ky, bezier, ky);
+        return std::fma(1.0F - ky, bezier, ky);
     });
 }
 
@@ -89,18 +89,18 @@ void hdr10plus_curve_to_lut(float* lut, unsigned int size, HDR10PLUS_TM_CURVE* c
     const float* plain = curve->f_bezier_curve_anchors;
 
     sample_gains(lut, size, [=](float x) {
-        if (kx >= x) return std::min(std::max(ky / kx * x, 0.0f), 1.0f);
-        const float t = (x - kx) / (1.0f - kx);
-        float t_to[max_entries + 1] = {1.0f};
-        float rest_to[max_entries + 1] = {1.0f};
+        if (kx >= x) return std::min(std::max(ky / kx * x, 0.0F), 1.0F);
+        const float t = (x - kx) / (1.0F - kx);
+        float t_to[kMaxEntries + 1] = {1.0F};
+        float rest_to[kMaxEntries + 1] = {1.0F};
         for (unsigned k = 1; k <= anchors; ++k) {
             t_to[k] = t_to[k - 1] * t;
-            rest_to[k] = rest_to[k - 1] * (1.0f - t);
+            rest_to[k] = rest_to[k - 1] * (1.0F - t);
         }
-        float bezier = 0.0f;
+        float bezier = 0.0F;
         for (unsigned k = 0; k < anchors; ++k)
-            bezier += binomials[anchors][k] * t_to[k + 1] * rest_to[anchors - k] * plain[k];
+            bezier += kBinomials[anchors][k] * t_to[k + 1] * rest_to[anchors - k] * plain[k];
         bezier += t_to[anchors] * t;
-        return ky + (1.0f - ky) * bezier;
+        return ky + (1.0F - ky) * bezier;
     });
 }

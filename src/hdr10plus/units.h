@@ -7,16 +7,16 @@
 namespace lumivert {
 
 /// Length of the distribution and anchor arrays in both records.
-constexpr unsigned max_entries = 15;
+constexpr unsigned kMaxEntries = 15;
 
 /// Entries that may be read: the arrays end at 15, whatever a damaged record claims.
 inline unsigned valid_entries(uint8_t count) {
-    return std::min<unsigned>(count, max_entries);
+    return std::min<unsigned>(count, kMaxEntries);
 }
 
 /// Metadata luminance (0.1 cd/m2) in cd/m2.
 inline float from_tenths(uint32_t luminance) {
-    return static_cast<float>(luminance) * 0.1f;
+    return static_cast<float>(luminance) * 0.1F;
 }
 
 /// Peak of a display over the larger of its peak and the scene's: 1 where the display shows the whole scene.

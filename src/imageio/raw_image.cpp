@@ -1,9 +1,9 @@
 #include "lumivert/raw_image.h"
 
-#include "imageio/write_plane.h"
-
 #include <cstring>
 #include <fstream>
+
+#include "imageio/write_plane.h"
 
 using lumivert::fail;
 using lumivert::write_plane;

@@ -1,14 +1,14 @@
 /// Construction, teardown and device queries of the engine.
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <numeric>
+
 #include <android-base/properties.h>
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <numeric>
 
 #include "hdr10plus/default_metadata.h"
 #include "platform/paths.h"
@@ -54,9 +54,9 @@ Formatter::Formatter(unsigned int width, unsigned int height, _ALGO_t mode)
     mImagePair1 = {std::make_shared<ImportedBuffers>(), std::make_shared<ImportedBuffers>()};
     mProgram = std::make_unique<cl_program>(nullptr);
 
-    const std::string buildNumberString = android::base::GetProperty("ro.build.fingerprint", "");
-    mAPSoftwareVersion = getAPSoftwareVersion(buildNumberString);
-    log_info("[%s] buildNumberString = %s mAPSoftwareVersion = %s", __func__, buildNumberString.c_str(),
+    const std::string build_number_string = android::base::GetProperty("ro.build.fingerprint", "");
+    mAPSoftwareVersion = getAPSoftwareVersion(build_number_string);
+    log_info("[%s] buildNumberString = %s mAPSoftwareVersion = %s", __func__, build_number_string.c_str(),
              mAPSoftwareVersion.c_str());
 }
 

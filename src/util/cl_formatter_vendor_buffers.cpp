@@ -28,8 +28,8 @@ bool is_alive(cl_mem mem) {
 
 } // namespace
 
-cl_mem Formatter::import_buffer(cl_context context, void* hostPtr, unsigned int size, unsigned long long flags) {
-    return import_memory(context, CL_IMPORT_TYPE_HOST_ARM, hostPtr, size, flags, 294);
+cl_mem Formatter::import_buffer(cl_context context, void* host_ptr, unsigned int size, unsigned long long flags) {
+    return import_memory(context, CL_IMPORT_TYPE_HOST_ARM, host_ptr, size, flags, 294);
 }
 
 cl_mem Formatter::import_buffer(cl_context context, int fd, unsigned int size, unsigned long long flags) {
@@ -67,19 +67,19 @@ cl_mem Formatter::find_imported_buffer(std::shared_ptr<ImportedBuffers>& map,
 }
 
 cl_mem Formatter::create_image_from_buffer(cl_context context, cl_mem buffer, unsigned int height, unsigned int width,
-                                           unsigned long long flags, unsigned int channelOrder,
-                                           unsigned int pitchAlignment, unsigned int dataTypeSelector) {
+                                           unsigned long long flags, unsigned int channel_order,
+                                           unsigned int pitch_alignment, unsigned int data_type_selector) {
     cl_image_format format{};
-    format.image_channel_order = channelOrder;
-    format.image_channel_data_type = dataTypeSelector == 2 ? CL_UNORM_INT16 : CL_UNORM_INT8;
+    format.image_channel_order = channel_order;
+    format.image_channel_data_type = data_type_selector == 2 ? CL_UNORM_INT16 : CL_UNORM_INT8;
 
     cl_image_desc description{};
     description.image_type = CL_MEM_OBJECT_IMAGE2D;
     description.image_width = width;
     description.image_height = height;
     description.buffer = buffer;
-    if (channelOrder == CL_RGBA) { // 4 bytes per pixel, with 16-bit channels too; other orders leave it to the driver
-        const std::size_t columns = (std::size_t{width} + pitchAlignment - 1) & ~(std::size_t{pitchAlignment} - 1);
+    if (channel_order == CL_RGBA) { // 4 bytes per pixel, with 16-bit channels too; other orders leave it to the driver
+        const std::size_t columns = (std::size_t{width} + pitch_alignment - 1) & ~(std::size_t{pitch_alignment} - 1);
         description.image_row_pitch = 4 * columns;
     }
 

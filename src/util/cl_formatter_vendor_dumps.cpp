@@ -1,12 +1,12 @@
 /// Dumps for inspection: a float buffer as text, the planes of a frame as raw bytes.
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <iostream>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include "util/formatter.h"
 
@@ -29,21 +29,21 @@ void write_all(int file, const void* bytes, std::size_t count) {
 class MappedPlane {
 public:
     explicit MappedPlane(const _MULTIPLANE_t& plane)
-        : mSize(static_cast<std::size_t>(plane.size)),
-          mBytes(mmap(nullptr, mSize, PROT_READ | PROT_WRITE, MAP_SHARED, plane.handle, 0)) {}
+        : m_size_(static_cast<std::size_t>(plane.size)),
+          m_bytes_(mmap(nullptr, m_size_, PROT_READ | PROT_WRITE, MAP_SHARED, plane.handle, 0)) {}
     ~MappedPlane() {
-        if (mBytes != MAP_FAILED) munmap(mBytes, mSize);
+        if (m_bytes_ != MAP_FAILED) munmap(m_bytes_, m_size_);
     }
     MappedPlane(const MappedPlane&) = delete;
     MappedPlane& operator=(const MappedPlane&) = delete;
 
     void write_to(int file, std::size_t count) const {
-        if (mBytes != MAP_FAILED) write_all(file, mBytes, std::min(count, mSize));
+        if (m_bytes_ != MAP_FAILED) write_all(file, m_bytes_, std::min(count, m_size_));
     }
 
 private:
-    std::size_t mSize;
-    void* mBytes;
+    std::size_t m_size_;
+    void* m_bytes_;
 };
 
 } // namespace
@@ -69,9 +69,9 @@ void Formatter::dump_ocl(cl_mem buffer, int width, int height) {
 }
 
 void Formatter::filewrite(_Image_ColorFormat format, int width, int height, const _MULTIPLANE_t* plane0,
-                          const _MULTIPLANE_t* plane1, const std::unique_ptr<std::string>& fileName) {
+                          const _MULTIPLANE_t* plane1, const std::unique_ptr<std::string>& file_name) {
     log_error("%s entry !", __func__);
-    const std::string path = media_path(*fileName);
+    const std::string path = media_path(*file_name);
     const auto log_path = [&] {
         if (log_enabled(kTraceBit)) log_debug("%s file name is %s", "filewrite", path.c_str());
     };

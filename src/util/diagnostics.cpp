@@ -1,10 +1,10 @@
 #include "util/diagnostics.h"
 
-#include <android/log.h>
-
 #include <cstdarg>
 #include <cstdio>
 #include <string>
+
+#include <android/log.h>
 
 int32_t debug_level = 1;
 

@@ -4,9 +4,9 @@
 /// are passed as arguments and stay what they are when code moves. The stems ("converter_vendor" and so on) likewise.
 #pragma once
 
-#include <CL/cl.h>
-
 #include <cstdint>
+
+#include <CL/cl.h>
 
 #include "lumivert/converter.h"
 

@@ -1,8 +1,6 @@
 /// The engine: everything one converter instance holds of OpenCL and of the operating system.
 #pragma once
 
-#include <CL/cl.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -11,6 +9,8 @@
 #include <unordered_map>
 #include <utility>
 #include <vector>
+
+#include <CL/cl.h>
 
 #include "lumivert/converter.h"
 #include "util/diagnostics.h"
@@ -31,16 +31,16 @@ constexpr unsigned int round_up_for_import(unsigned int bytes) {
 /// whatever their sizes, so a descriptor must go on naming one buffer while the instance lives.
 class exported_memory {
 public:
-    exported_memory(int32_t handle, uint32_t size) : mHandle(handle), mSize(size) {}
+    exported_memory(int32_t handle, uint32_t size) : m_handle_(handle), m_size_(size) {}
 
-    int32_t get_handle() const { return mHandle; }
-    uint32_t get_size() const { return mSize; } ///< bytes, as the caller gave them
+    int32_t get_handle() const { return m_handle_; }
+    uint32_t get_size() const { return m_size_; } ///< bytes, as the caller gave them
 
-    friend bool operator<(const exported_memory& a, const exported_memory& b) { return a.mHandle < b.mHandle; }
+    friend bool operator<(const exported_memory& a, const exported_memory& b) { return a.m_handle_ < b.m_handle_; }
 
 private:
-    int32_t mHandle;
-    uint32_t mSize;
+    int32_t m_handle_;
+    uint32_t m_size_;
 };
 
 /// Imported planes by descriptor. Entries are never evicted: there are as many as the instance has seen descriptors.
@@ -84,12 +84,12 @@ public:
     void makeProgram();
     /// Creates the program from the `size` bytes of a cache file. Ends the process if the file cannot be read or the
     /// driver refuses it.
-    int fetchProgram(int& binaryStatus, const std::string& path, std::size_t size);
+    int fetchProgram(int& binary_status, const std::string& path, std::size_t size);
     /// Writes the binary of `mProgram` for this device to a file. True also when there is none to write; ends the
     /// process if the file cannot be written.
     bool storeProgram(const std::string& path);
     /// Finds the first cache file of any build in the media directory.
-    static bool getExistedFileName(std::string& fileName);
+    static bool getExistedFileName(std::string& file_name);
     static void removeBuiltBinary(const std::string& path);
     /// Replaces the program by a fresh source build and stores its binary.
     bool tryRecompileIfRequired(const std::string& path);
@@ -102,7 +102,7 @@ public:
     // ---- buffers ------------------------------------------------------------------------------------------------
 
     /// Imports host memory, aligned to `kImportAlignment`. The object is the caller's; null on failure.
-    cl_mem import_buffer(cl_context context, void* hostPtr, unsigned int size, unsigned long long flags);
+    cl_mem import_buffer(cl_context context, void* host_ptr, unsigned int size, unsigned long long flags);
     /// Imports a dma-buf. The descriptor stays the caller's, the object is the caller's; null on failure.
     cl_mem import_buffer(cl_context context, int fd, unsigned int size, unsigned long long flags);
     /// The object registered for the key's descriptor, imported and registered first where there is none. Owned by
@@ -111,8 +111,8 @@ public:
     /// A 2D image over a buffer, 8 bits per channel or 16 with `dataTypeSelector` 2. `pitchAlignment` is in pixels, a
     /// power of two, and counts for RGBA only. The image is the caller's; null on failure.
     cl_mem create_image_from_buffer(cl_context context, cl_mem buffer, unsigned int height, unsigned int width,
-                                    unsigned long long flags, unsigned int channelOrder, unsigned int pitchAlignment,
-                                    unsigned int dataTypeSelector);
+                                    unsigned long long flags, unsigned int channel_order, unsigned int pitch_alignment,
+                                    unsigned int data_type_selector);
     /// Releases all objects of both maps and empties them.
     void delete_pair_images(ImportedBuffersPair& pair);
     /// Releases an object while it is alive, logging a failure.
@@ -129,7 +129,7 @@ public:
     void dump_ocl(cl_mem buffer, int width, int height);
     /// Appends a frame's planes to a file in the media directory. Format -1 writes `plane0` from its host address.
     void filewrite(_Image_ColorFormat format, int width, int height, const _MULTIPLANE_t* plane0,
-                   const _MULTIPLANE_t* plane1, const std::unique_ptr<std::string>& fileName);
+                   const _MULTIPLANE_t* plane1, const std::unique_ptr<std::string>& file_name);
 
     // ---- members; destroyed in reverse order --------------------------------------------------------------------
 

@@ -1,11 +1,10 @@
-#include "util/diagnostics.h"
-
-#include <sys/mman.h>
-
 #include <cstring>
 #include <regex>
 
+#include <sys/mman.h>
+
 #include "engine_test.h"
+#include "util/diagnostics.h"
 
 namespace lumivert {
 namespace {

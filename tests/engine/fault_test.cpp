@@ -1,14 +1,14 @@
 /// Every OpenCL call of every entry point and mode fails once, twice, and from then on, in a process of its own.
 /// Whatever call it is: the process goes on or ends through a fatal check, says so in the log, leaks no descriptor or
 /// mapping, and an init that reports success converts.
+#include <set>
+
 #include <android/log.h>
 #include <fcntl.h>
 #include <malloc.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <set>
 
 #include "engine_test.h"
 

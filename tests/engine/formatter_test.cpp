@@ -1,12 +1,10 @@
-#include "util/formatter.h"
-
+#include <CL/cl_ext.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <CL/cl_ext.h>
-
 #include "engine_test.h"
+#include "util/formatter.h"
 
 namespace lumivert {
 namespace {

@@ -14,15 +14,15 @@ using testing::Not;
 
 /// The calls of a conversion in short: "; set 0 8, 1 8; launch KERNEL WxH; finish".
 std::string brief_calls() {
-    static const std::map<std::string, std::string> kVerbs = {
+    static const std::map<std::string, std::string> k_verbs = {
         {"clImportMemoryARM", "import"},      {"clSetKernelArg", "set"}, {"clEnqueueWriteBuffer", "upload"},
         {"clEnqueueNDRangeKernel", "launch"}, {"clFinish", "finish"},    {"clGetMemObjectInfo", "query"},
         {"clReleaseMemObject", "release"},
     };
     std::string text, last;
     for (const spy::Call& call : spy::calls()) {
-        const auto verb = kVerbs.find(call.name);
-        if (verb == kVerbs.end()) continue;
+        const auto verb = k_verbs.find(call.name);
+        if (verb == k_verbs.end()) continue;
         const bool goes_on = call.name == last && !call.detail.empty();
         text += goes_on ? ", " + call.detail : "; " + verb->second + (call.detail.empty() ? "" : " " + call.detail);
         last = call.name;

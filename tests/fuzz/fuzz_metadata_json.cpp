@@ -29,8 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     for (const auto& [frame, record] : records) {
         fuzz::require(frame >= 0, "frames count from 0");
-        fuzz::require(record.num_maxrgb_percentiles <= max_points, "distribution within the record");
-        fuzz::require(record.num_bezier_curve_anchors <= max_points, "anchors within the record");
+        fuzz::require(record.num_maxrgb_percentiles <= kMaxPoints, "distribution within the record");
+        fuzz::require(record.num_bezier_curve_anchors <= kMaxPoints, "anchors within the record");
     }
     fuzz::require(read_back(write_metadata(records)) == records, "what was written reads back");
     return 0;

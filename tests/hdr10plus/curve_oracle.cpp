@@ -128,7 +128,7 @@ double percentile(const HDR10PLUS_DYNAMIC_INFO& info, int percentage, double tar
 }
 
 Curve curve(const HDR10PLUS_DYNAMIC_INFO& info, unsigned target) {
-    const double display = std::max(target, 200u);
+    const double display = std::max(target, 200U);
     const double scene = scene_peak(info);
     Curve built = info.tone_mapping_flag == 0 ? basis(info, display, scene) : guided(info, display, scene);
     built.normalize_x = 10000 / std::clamp(scene, display, std::max(display, 10000.0));

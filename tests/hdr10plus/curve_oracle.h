@@ -1,9 +1,9 @@
 /// The curve mathematics a second time: double precision, closed forms, lists instead of running state.
 #pragma once
 
-#include "lumivert/hdr10plus.h"
-
 #include <vector>
+
+#include "lumivert/hdr10plus.h"
 
 namespace oracle {
 

@@ -1,23 +1,23 @@
-#include "hdr10plus/curve_oracle.h"
-#include "hdr10plus/default_metadata.h"
-#include "lumivert/hdr10plus.h"
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
 #include <random>
 #include <utility>
 
+#include <gtest/gtest.h>
+
+#include "hdr10plus/curve_oracle.h"
+#include "hdr10plus/default_metadata.h"
+#include "lumivert/hdr10plus.h"
+
 namespace {
 
 using Gains = std::vector<float>;
 
-constexpr float untouched = -7;
+constexpr float kUntouched = -7;
 
 HDR10PLUS_TM_CURVE curve_of(HDR10PLUS_DYNAMIC_INFO info, unsigned target) {
     HDR10PLUS_TM_CURVE curve = {};
-    std::fill_n(curve.f_bezier_curve_anchors, 15, untouched);
+    std::fill_n(curve.f_bezier_curve_anchors, 15, kUntouched);
     hdr10plus_meta_to_curve(&curve, &info, target);
     return curve;
 }
@@ -101,7 +101,7 @@ testing::AssertionResult close_to(double expected, double actual, double relativ
 
 TEST(Curve, AgreesWithClosedFormsInDoublePrecision) {
     // Fractions below 1 % of the scale are differences of nearly equal ratios, and round as the ratios do.
-    constexpr double near_zero = 0.01;
+    constexpr double kNearZero = 0.01;
     Random random;
     for (unsigned i = 0; i < 4 * 16 * 10; ++i) {
         SCOPED_TRACE(testing::Message() << "record " << i);
@@ -117,13 +117,14 @@ TEST(Curve, AgreesWithClosedFormsInDoublePrecision) {
         const oracle::Curve expected = oracle::curve(info, target);
         HDR10PLUS_TM_CURVE curve = curve_of(info, target);
         EXPECT_TRUE(close_to(expected.normalize_x, curve.normalize_x, 2e-6));
-        EXPECT_TRUE(close_to(expected.kx, curve.f_knee_point_x, 2e-6, near_zero));
-        EXPECT_TRUE(close_to(expected.ky, curve.f_knee_point_y, 2e-6, near_zero));
+        EXPECT_TRUE(close_to(expected.kx, curve.f_knee_point_x, 2e-6, kNearZero));
+        EXPECT_TRUE(close_to(expected.ky, curve.f_knee_point_y, 2e-6, kNearZero));
         ASSERT_EQ(expected.anchors.size(), curve.num_bezier_curve_anchors);
         const float* const anchors = curve.f_bezier_curve_anchors;
         for (size_t k = 0; k < expected.anchors.size(); ++k)
-            EXPECT_TRUE(close_to(expected.anchors[k], anchors[k], 2e-6, near_zero)) << "anchor " << k;
-        EXPECT_EQ(std::count(anchors + expected.anchors.size(), anchors + 15, untouched), 15 - expected.anchors.size());
+            EXPECT_TRUE(close_to(expected.anchors[k], anchors[k], 2e-6, kNearZero)) << "anchor " << k;
+        EXPECT_EQ(std::count(anchors + expected.anchors.size(), anchors + 15, kUntouched),
+                  15 - expected.anchors.size());
 
         curve.num_bezier_curve_anchors = claimed(curve.num_bezier_curve_anchors);
         const auto& [preapplied, plain] = gains_of(curve);
@@ -142,17 +143,17 @@ TEST(Curve, WorkedFigures) {
     knee_above_one.knee_point_y = 65535;
     HDR10PLUS_DYNAMIC_INFO dark = {}; // as is a scene without a distribution
     std::fill_n(dark.maxscl, 3, 20000);
-    const float third = 0.3f / 3 + 132 / 4095.0f * 2 / 3;
+    const float third = 0.3F / 3 + 132 / 4095.0F * 2 / 3;
     const struct {
         HDR10PLUS_DYNAMIC_INFO info;
         unsigned target;
         float normalize_x, kx, ky, p1;
     } cases[] = {
-        {usual, 250, 10, 33 / 4095.0f, 132 / 4095.0f, 380 / 1023.0f},
+        {usual, 250, 10, 33 / 4095.0F, 132 / 4095.0F, 380 / 1023.0F},
         {usual, 500, 10, third / 2, third, (1 - third / 2) / (5 - 5 * third)},
-        {knee_above_one, 500, 10, 0.5f, 1, 0.92f},
-        {dark, 0, 5, 0, 0, 0.98f * 0.65f},
-        {dark, 4000, 2.5f, 0.3f, 0.3f, 0.1f},
+        {knee_above_one, 500, 10, 0.5F, 1, 0.92F},
+        {dark, 0, 5, 0, 0, 0.98F * 0.65F},
+        {dark, 4000, 2.5F, 0.3F, 0.3F, 0.1F},
     };
     for (const auto& [info, target, normalize_x, kx, ky, p1] : cases) {
         const HDR10PLUS_TM_CURVE curve = curve_of(info, target);
@@ -165,30 +166,30 @@ TEST(Curve, WorkedFigures) {
 
     HDR10PLUS_TM_CURVE curve = {};
     hdr10plus_meta_to_curve(&curve, &usual);
-    EXPECT_FLOAT_EQ(curve.f_knee_point_y, 132 / 4095.0f); // a display of 250 cd/m2
+    EXPECT_FLOAT_EQ(curve.f_knee_point_y, 132 / 4095.0F); // a display of 250 cd/m2
     LIB_HDR10PLUS_META::GuidedOOTF(&curve, &usual, 199, 600);
     EXPECT_EQ(curve.f_knee_point_x + curve.f_knee_point_y, 0); // too dim for any knee
-    EXPECT_FLOAT_EQ(curve.f_bezier_curve_anchors[8], 0.9f);
+    EXPECT_FLOAT_EQ(curve.f_bezier_curve_anchors[8], 0.9F);
 }
 
 TEST(GainTable, WorkedFigures) {
     HDR10PLUS_TM_CURVE ones = {1, 0, 0, 15, {}};
-    std::fill_n(ones.f_bezier_curve_anchors, 15, 1.0f);
-    const HDR10PLUS_TM_CURVE line_above_one = {1, 0.5f, 2, 0, {}};
-    const HDR10PLUS_TM_CURVE usual = {1, 0, 0, 3, {0.5f, 0.7f, 0.9f}};
+    std::fill_n(ones.f_bezier_curve_anchors, 15, 1.0F);
+    const HDR10PLUS_TM_CURVE line_above_one = {1, 0.5F, 2, 0, {}};
+    const HDR10PLUS_TM_CURVE usual = {1, 0, 0, 3, {0.5F, 0.7F, 0.9F}};
     const struct {
         HDR10PLUS_TM_CURVE curve;
         unsigned size, entry;
         float gain;
     } cases[] = {
-        {{1, 0.5f, 0.5f, 0, {}}, 256, 200, 1},
-        {{1, 0, 0, 2, {0.9f, 0.9f}}, 256, 127, 0.25f}, // t^3 / t at 1/2: short curves lose their anchors
-        {ones, 256, 127, 65295 / 32768.0f},            // 16 + 560 + ... + 560 + 16 + 1
+        {{1, 0.5F, 0.5F, 0, {}}, 256, 200, 1},
+        {{1, 0, 0, 2, {0.9F, 0.9F}}, 256, 127, 0.25F}, // t^3 / t at 1/2: short curves lose their anchors
+        {ones, 256, 127, 65295 / 32768.0F},            // 16 + 560 + ... + 560 + 16 + 1
         {line_above_one, 256, 32, 4},
         {line_above_one, 256, 127, 2},
         {usual, 256, 254, 1},
         {usual, 256, 255, 1},
-        {usual, 4, 0, 1.35f}, // as at 1/2
+        {usual, 4, 0, 1.35F}, // as at 1/2
         {usual, 3, 0, 1},
         {usual, 2, 1, 0}, // only the edges, of what was there
     };

@@ -1,12 +1,12 @@
-#include "hdr10plus/default_metadata.h"
-#include "lumivert/hdr10plus.h"
-
-#include <gmock/gmock.h>
-
 #include <cmath>
 #include <limits>
 #include <utility>
 #include <vector>
+
+#include <gmock/gmock.h>
+
+#include "hdr10plus/default_metadata.h"
+#include "lumivert/hdr10plus.h"
 
 using namespace LIB_HDR10PLUS_META;
 using testing::ElementsAreArray;
@@ -28,11 +28,11 @@ TEST(SceneStatistics, WorkedFigures) {
         HDR10PLUS_DYNAMIC_INFO info;
         float peak, p50, p99;
     } cases[] = {
-        {scene(200000, {{98, 5}}), 10000, 0.5f * 50 / 98, -1},
-        {scene(0, {{99, 4000000000}}), 4e8f, 4e8f * 50 / 99, 4e8f},
+        {scene(200000, {{98, 5}}), 10000, 0.5F * 50 / 98, -1},
+        {scene(0, {{99, 4000000000}}), 4e8F, 4e8F * 50 / 99, 4e8F},
         {scene(0, {{1, 10}, {50, 20}, {99, 30}}), 3, -1, -1}, // the second and third point count for the peak only
         {scene(0, {{40, 1000}, {45, 0}, {49, 0}, {60, 2000}}), 0, 150, -1},
-        {scene(0, {{98, 1000}, {0, 0}, {0, 0}, {100, 3000}}), 0, 100 * 50 / 98.0f, 295}, // aims at 99.95 %
+        {scene(0, {{98, 1000}, {0, 0}, {0, 0}, {100, 3000}}), 0, 100 * 50 / 98.0F, 295}, // aims at 99.95 %
         // Of several entries the last: for the peak, if it is the last of all, else the first.
         {scene(30000, {{50, 1000}, {0, 0}, {0, 0}, {50, 3000}, {99, 70}, {99, 80}}), 8, 300, 8},
         {scene(30000, {{50, 1000}, {0, 0}, {0, 0}, {99, 70}, {99, 80}, {100, 1}}), 7, 100, 8},
@@ -48,21 +48,21 @@ TEST(SceneStatistics, WorkedFigures) {
 }
 
 TEST(RampWeight, StepsWhereItsEndsCoincide) {
-    EXPECT_EQ(rampWeight(0.3f, 0.6f, 2, 2, 1.9f), 0.3f);
-    EXPECT_EQ(rampWeight(0.3f, 0.6f, 2, 2, 2), 0.6f);
+    EXPECT_EQ(rampWeight(0.3F, 0.6F, 2, 2, 1.9F), 0.3F);
+    EXPECT_EQ(rampWeight(0.3F, 0.6F, 2, 2, 2), 0.6F);
 }
 
 TEST(FirstAnchor, StaysBelowItsCapAndAboveATenth) {
     const auto with_cap = [](float cap, float kx, float ky, float* weight) {
-        return calcP1(kx, ky, 500, 1000, 0.01f, 0.1f, cap, 0.98f, 0.005f, 0.04f, 0.12f, 0.4f, 0.1f, 0.75f, 0.65f,
+        return calcP1(kx, ky, 500, 1000, 0.01F, 0.1F, cap, 0.98F, 0.005F, 0.04F, 0.12F, 0.4F, 0.1F, 0.75F, 0.65F,
                       weight);
     };
     float weight = -1;
-    EXPECT_FLOAT_EQ(with_cap(0.92f, 0.2f, 0.4f, &weight), 0.8f / 3);
+    EXPECT_FLOAT_EQ(with_cap(0.92F, 0.2F, 0.4F, &weight), 0.8F / 3);
     EXPECT_EQ(weight, 0);
-    EXPECT_NEAR(with_cap(0.92f, 0.9998f, 1, nullptr), 0.4f, 0.001f); // a knee at 1 counts as 0.9999
-    EXPECT_FLOAT_EQ(with_cap(0.92f, 2, 0.4f, nullptr), 0.1f);
-    EXPECT_FLOAT_EQ(with_cap(0.05f, 2, 0.4f, nullptr), 0.05f); // the cap wins over the floor
+    EXPECT_NEAR(with_cap(0.92F, 0.9998F, 1, nullptr), 0.4F, 0.001F); // a knee at 1 counts as 0.9999
+    EXPECT_FLOAT_EQ(with_cap(0.92F, 2, 0.4F, nullptr), 0.1F);
+    EXPECT_FLOAT_EQ(with_cap(0.05F, 2, 0.4F, nullptr), 0.05F); // the cap wins over the floor
 }
 
 /// Static, as are the records below: the bytes between their fields are zero.
@@ -86,15 +86,15 @@ TEST(DefaultMetadata, IsARecordForA250NitDisplayThatIsBrightAbove1000) {
         {13, 0, 13, 322, 982, 2368, 18497, 24389, 40000, 7}, 1, 20, 320, 9,
         {1023, 700, 850, 920, 950, 980, 1005, 1010, 1020, 7}};
     // clang-format on
-    constexpr float nan = std::numeric_limits<float>::quiet_NaN();
-    constexpr float infinity = std::numeric_limits<float>::infinity();
+    constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
     const struct {
         float first, second;
         const HDR10PLUS_DYNAMIC_INFO& record;
     } cases[] = {
-        {4000, 0, bright},       {4000, 800, normal}, {4000, 1001, bright}, {500, 0, normal},
-        {500, 1000.9f, normal},  {500, 1001, bright}, {1000, 4000, normal}, {4000, -1, bright},
-        {infinity, nan, bright}, {nan, 4000, bright}, {nan, nan, normal},   {nan, 1e30f, bright},
+        {4000, 0, bright},         {4000, 800, normal},  {4000, 1001, bright}, {500, 0, normal},
+        {500, 1000.9F, normal},    {500, 1001, bright},  {1000, 4000, normal}, {4000, -1, bright},
+        {kInfinity, kNan, bright}, {kNan, 4000, bright}, {kNan, kNan, normal}, {kNan, 1e30F, bright},
     };
     for (const auto& [first, second, record] : cases)
         EXPECT_THAT(default_bytes(first, second),

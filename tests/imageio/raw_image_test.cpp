@@ -1,8 +1,3 @@
-#include "imageio/write_plane.h"
-#include "lumivert/raw_image.h"
-
-#include <gmock/gmock.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -10,7 +5,12 @@
 #include <numeric>
 #include <sstream>
 #include <string>
+
+#include <gmock/gmock.h>
 #include <unistd.h>
+
+#include "imageio/write_plane.h"
+#include "lumivert/raw_image.h"
 
 using testing::ElementsAre;
 using testing::ElementsAreArray;
@@ -102,7 +102,7 @@ TEST(WritePlane, WritesWholeGroupsOfSamplesItKnows) {
     const struct {
         unsigned bytes_per_sample, samples_per_group;
         size_t written; // of 7 bytes
-    } cases[] = {{1, 2, 6}, {2, 1, 6}, {2, 2, 4}, {4, 1, 4}, {4, 2, 0}, {3, 3, 0}, {3, 0, 0}, {0x80000001u, 2, 0}};
+    } cases[] = {{1, 2, 6}, {2, 1, 6}, {2, 2, 4}, {4, 1, 4}, {4, 2, 0}, {3, 3, 0}, {3, 0, 0}, {0x80000001U, 2, 0}};
     for (const auto& [bytes_per_sample, samples_per_group, written] : cases) {
         std::ostringstream out;
         lumivert::write_plane(out, bytes_per_sample, samples_per_group, counting(7));

@@ -12,7 +12,7 @@ std::array<size_t, 2> blocks(int width, int height) {
     return {size_t(width) / 4, size_t(height) / 2};
 }
 
-template <class Sample>
+template <typename Sample>
 void check_yuv(Device& device, const YuvKernel& kernel) {
     constexpr Sample kUntouched = 0x55;
     for (const Picture& picture : pictures(255, false)) {

@@ -1,22 +1,22 @@
 /// The device program on whatever OpenCL device there is, and planes that notice writes outside their bounds.
 #pragma once
 
-#include "kernels/program_text.h"
-
-#include <CL/cl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include <CL/cl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "kernels/program_text.h"
+
 namespace lumivert::test {
 
 /// Samples between two guard zones.
-template <class T>
+template <typename T>
 class Plane {
 public:
     explicit Plane(const std::vector<T>& samples) : memory_(samples.size() + 2 * kGuard, kUntouched) {
@@ -68,7 +68,7 @@ public:
     Device& operator=(const Device&) = delete;
 
     /// Runs a kernel over planes and scalars in parameter order and waits for it.
-    template <class... Arguments>
+    template <typename... Arguments>
     void run(const char* name, std::array<size_t, 2> global_size, Arguments&&... arguments) {
         int error = 0;
         const cl_kernel kernel = clCreateKernel(program_, name, &error);
@@ -96,7 +96,7 @@ private:
         std::function<bool()> guards_intact;
     };
 
-    template <class T>
+    template <typename T>
     void set(cl_kernel kernel, cl_uint index, Plane<T>& plane, std::vector<Bound>& planes) {
         const size_t size = plane.size() * sizeof(T);
         const cl_mem buffer =
@@ -104,7 +104,7 @@ private:
         planes.push_back({buffer, size, [&plane] { return plane.guards_intact(); }});
         EXPECT_EQ(clSetKernelArg(kernel, index, sizeof(cl_mem), &buffer), 0) << "argument " << index;
     }
-    template <class T>
+    template <typename T>
     void set(cl_kernel kernel, cl_uint index, const T& scalar, std::vector<Bound>&) {
         EXPECT_EQ(clSetKernelArg(kernel, index, sizeof scalar, &scalar), 0) << "argument " << index;
     }

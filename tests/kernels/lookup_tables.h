@@ -1,11 +1,11 @@
 /// The program text taken apart: what the tests read back out of the pieces.
 #pragma once
 
-#include "kernels/program_text.h"
-
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "kernels/program_text.h"
 
 namespace lumivert::test {
 

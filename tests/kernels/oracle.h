@@ -2,12 +2,12 @@
 /// number is not next to a step, there is one right code.
 #pragma once
 
-#include "kernels/frames.h"
+#include <algorithm>
+#include <cmath>
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
+#include "kernels/frames.h"
 
 namespace lumivert::test {
 
@@ -102,7 +102,7 @@ inline constexpr YuvKernel kNv12 = {"rgba8888_to_nv12", 8, {16, 16}, false};
 inline constexpr YuvKernel kNv21 = {"rgba8888_to_nv21", 8, {0, 16}, true};
 
 /// Expects these planes to be what the kernel makes of an RGBA picture; samples outside whole blocks are `untouched`.
-template <class Sample>
+template <typename Sample>
 void expect_yuv_of(const YuvKernel& kernel, const uint8_t* rgba, int width, int height, const Sample* y,
                    const Sample* uv, Sample untouched, const std::string& what) {
     const int scale = kernel.bits == 10 ? 4 : 1, top = (1 << kernel.bits) - 1, unit = kernel.bits == 10 ? 64 : 1;

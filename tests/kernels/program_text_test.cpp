@@ -1,9 +1,9 @@
+#include <numeric>
+#include <regex>
+
 #include "kernels/device.h"
 #include "kernels/lookup_tables.h"
 #include "lumivert/hdr10plus.h"
-
-#include <numeric>
-#include <regex>
 
 // The device program as text: its pieces and the two tables. The assembly itself checks the kernels' names and order.
 
@@ -23,7 +23,7 @@ TEST(ProgramText, PiecesAreCutWhereTheyBelong) {
     EXPECT_STREQ(kProgramPieces[143], "__kernel void\n");
     EXPECT_THAT(kProgramPieces[191], StartsWith("__kernel void rgba8888_to_p010("));
     const std::regex statement_or_comment(R"( +(//[^\n]*|[^;/]*( / [^;/]*)*;)\n)");
-    for (const unsigned first : {2u, 49u, 96u, 144u}) {
+    for (const unsigned first : {2U, 49U, 96U, 144U}) {
         EXPECT_THAT(kProgramPieces[first], StartsWith("process_hdr_to_sdr_"));
         EXPECT_STREQ(kProgramPieces[first + 1], "{\n");
         EXPECT_THAT(kProgramPieces[first + 2], HasSubstr("constant ushort lookup[1024] = {"));
@@ -63,7 +63,7 @@ TEST(StaticTables, RiseThroughTheKnownPoints) {
         {table_4000(), {63, 63, 64, 66, 81, 115, 144, 166, 262, 395, 415, 577, 762, 895, 939}, 854, 2},
     };
     for (const auto& [values, outputs, saturation, largest_step] : tables) {
-        ASSERT_EQ(values.size(), 1024u);
+        ASSERT_EQ(values.size(), 1024U);
         for (size_t i = 0; i < outputs.size(); ++i)
             EXPECT_EQ(values[inputs[i]], outputs[i]) << inputs[i];
         EXPECT_TRUE(std::is_sorted(values.begin(), values.end()));

@@ -1,7 +1,7 @@
+#include <limits>
+
 #include "kernels/device.h"
 #include "kernels/oracle.h"
-
-#include <limits>
 
 // The HDR10+ tone map against a computation per pixel in double precision; fused with the conversion from P010 it is
 // part of the engine's frames.
@@ -15,10 +15,10 @@ std::vector<Curve> curves() {
     std::vector<float> smooth(256), jagged(256);
     std::mt19937 random(7);
     for (int i = 0; i < 256; ++i) {
-        smooth[i] = 1.0f / (0.3f + 0.7f * i / 254);
-        jagged[i] = 0.3f + 0.7f * (random() % 1000) / 1000;
+        smooth[i] = 1.0F / (0.3F + 0.7F * i / 254);
+        jagged[i] = 0.3F + 0.7F * (random() % 1000) / 1000;
     }
-    return {{smooth, 10, 0.05f}, {jagged, 1, 0}, {jagged, 10, 0.3f}, {jagged, 10, 0.5f}, {jagged, 40, 1}};
+    return {{smooth, 10, 0.05F}, {jagged, 1, 0}, {jagged, 10, 0.3F}, {jagged, 10, 0.5F}, {jagged, 40, 1}};
 }
 
 TEST(ToneMap, AgreesWithTheOracle) {
@@ -40,14 +40,14 @@ TEST(ToneMap, KneesOutOfRangeStayInsideTheTable) {
     Device device;
     const auto grey = [&](float knee_x) {
         Plane<uint8_t> in(4, 90), out(4);
-        Plane<float> gains(256, 0.8f);
-        device.run("process_10plus_clut", {1, 1}, in, out, 100.0f, knee_x, gains, cl_int(1));
+        Plane<float> gains(256, 0.8F);
+        device.run("process_10plus_clut", {1, 1}, in, out, 100.0F, knee_x, gains, cl_int(1));
         return out.copy();
     };
-    for (const float knee_x : {1.0001f, 1.5f, 16.0f})
+    for (const float knee_x : {1.0001F, 1.5F, 16.0F})
         EXPECT_EQ(grey(knee_x), grey(1)) << knee_x;
     const float infinity = std::numeric_limits<float>::infinity();
-    for (const float knee_x : {1e30f, -1e30f, infinity, std::numeric_limits<float>::quiet_NaN()})
+    for (const float knee_x : {1e30F, -1e30F, infinity, std::numeric_limits<float>::quiet_NaN()})
         EXPECT_EQ(grey(knee_x)[3], 255) << knee_x;
 }
 

@@ -34,7 +34,7 @@ protected:
         return status;
     }
 
-    template <class Handle>
+    template <typename Handle>
     static void expect_one_release(cl_int (*release)(Handle), Handle handle, cl_int code) {
         EXPECT_EQ(release(handle), CL_SUCCESS) << code;
         EXPECT_EQ(release(handle), code);
@@ -68,7 +68,7 @@ TEST_F(Handles, ReleasedOnesAreGone) {
     EXPECT_EQ(clRetainMemObject(out), CL_SUCCESS);
     EXPECT_EQ(clReleaseMemObject(out), CL_SUCCESS);
     EXPECT_EQ(clGetMemObjectInfo(out, CL_MEM_REFERENCE_COUNT, sizeof(references), &references, nullptr), CL_SUCCESS);
-    EXPECT_EQ(references, 1u);
+    EXPECT_EQ(references, 1U);
     expect_one_release(clReleaseMemObject, out, CL_INVALID_MEM_OBJECT);
     EXPECT_EQ(clRetainMemObject(out), CL_INVALID_MEM_OBJECT);
     EXPECT_EQ(set(0, &out), CL_INVALID_MEM_OBJECT);

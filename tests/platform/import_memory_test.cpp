@@ -10,8 +10,8 @@
 
 namespace {
 
-const cl_import_properties_arm dma_buf[] = {CL_IMPORT_TYPE_ARM, CL_IMPORT_TYPE_DMA_BUF_ARM, 0};
-const cl_import_properties_arm host[] = {CL_IMPORT_TYPE_ARM, CL_IMPORT_TYPE_HOST_ARM, 0};
+const cl_import_properties_arm kDmaBuf[] = {CL_IMPORT_TYPE_ARM, CL_IMPORT_TYPE_DMA_BUF_ARM, 0};
+const cl_import_properties_arm kHost[] = {CL_IMPORT_TYPE_ARM, CL_IMPORT_TYPE_HOST_ARM, 0};
 
 /// An anonymous file of any size.
 struct Memfd {
@@ -26,7 +26,7 @@ struct Memfd {
 class ImportMemory : public OpenClTest {
 protected:
     cl_mem import(int fd, size_t size, cl_int* status = nullptr) {
-        return clImportMemoryARM(context, CL_MEM_READ_WRITE, dma_buf, &fd, size, status);
+        return clImportMemoryARM(context, CL_MEM_READ_WRITE, kDmaBuf, &fd, size, status);
     }
 
     cl_int import_status(int fd, size_t size) {
@@ -52,18 +52,18 @@ protected:
 };
 
 TEST_F(ImportMemory, SharesTheCallersMemoryAndOutlivesTheDescriptor) {
-    constexpr size_t size = 3 * 4096 + 128;
-    const Memfd plane(size);
+    constexpr size_t kSize = 3 * 4096 + 128;
+    const Memfd plane(kSize);
     const int closed = dup(plane.fd);
-    cl_mem memory = import(closed, size);
+    cl_mem memory = import(closed, kSize);
     close(closed);
-    expect_shared(memory, plane.fd, size);
+    expect_shared(memory, plane.fd, kSize);
     EXPECT_EQ(clReleaseMemObject(memory), CL_SUCCESS);
 }
 
 TEST_F(ImportMemory, WrapsHostMemory) {
     alignas(128) char memory[4096];
-    for (const cl_import_properties_arm* properties : {host, host + 2, static_cast<decltype(+host)>(nullptr)}) {
+    for (const cl_import_properties_arm* properties : {kHost, kHost + 2, static_cast<decltype(+kHost)>(nullptr)}) {
         memory[4095] = 0;
         cl_mem buffer = clImportMemoryARM(context, CL_MEM_READ_WRITE, properties, memory, sizeof(memory), nullptr);
         clEnqueueWriteBuffer(queue, buffer, CL_TRUE, 4095, 1, "h", 0, nullptr, nullptr);
@@ -112,12 +112,12 @@ TEST_F(ImportMemory, RefusesWhatCannotBeImported) {
     } cases[] = {
         {"unknown property", CL_MEM_READ_WRITE, unknown_key, &plane.fd, 4096, CL_INVALID_PROPERTY},
         {"unknown type", CL_MEM_READ_WRITE, unknown_type, &plane.fd, 4096, CL_INVALID_PROPERTY},
-        {"null memory", CL_MEM_READ_WRITE, dma_buf, nullptr, 4096, CL_INVALID_VALUE},
-        {"flags", CL_MEM_COPY_HOST_PTR, dma_buf, &plane.fd, 4096, CL_INVALID_VALUE},
-        {"closed descriptor", CL_MEM_READ_WRITE, dma_buf, &closed, 4096, CL_INVALID_OPERATION},
-        {"read-only descriptor", CL_MEM_READ_WRITE, dma_buf, &read_only, 4096, CL_INVALID_OPERATION},
-        {"host range with a hole", CL_MEM_READ_WRITE, host, gone, 8192, CL_INVALID_OPERATION},
-        {"host range past the end", CL_MEM_READ_WRITE, host, &plane, SIZE_MAX, CL_INVALID_OPERATION},
+        {"null memory", CL_MEM_READ_WRITE, kDmaBuf, nullptr, 4096, CL_INVALID_VALUE},
+        {"flags", CL_MEM_COPY_HOST_PTR, kDmaBuf, &plane.fd, 4096, CL_INVALID_VALUE},
+        {"closed descriptor", CL_MEM_READ_WRITE, kDmaBuf, &closed, 4096, CL_INVALID_OPERATION},
+        {"read-only descriptor", CL_MEM_READ_WRITE, kDmaBuf, &read_only, 4096, CL_INVALID_OPERATION},
+        {"host range with a hole", CL_MEM_READ_WRITE, kHost, gone, 8192, CL_INVALID_OPERATION},
+        {"host range past the end", CL_MEM_READ_WRITE, kHost, &plane, SIZE_MAX, CL_INVALID_OPERATION},
     };
     for (const auto& [what, flags, properties, memory, size, expected] : cases) {
         cl_int status = CL_SUCCESS;

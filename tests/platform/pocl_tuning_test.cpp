@@ -33,14 +33,14 @@ protected:
 };
 
 TEST_F(PoclTuning, PowrIsCloseToThePower) {
-    std::vector<float> bases{0.0f, 1.0f, FLT_MIN, 0.5f, std::nextafter(0.5f, 0.0f), std::nextafter(1.0f, 0.0f), 2.0f};
+    std::vector<float> bases{0.0F, 1.0F, FLT_MIN, 0.5F, std::nextafter(0.5F, 0.0F), std::nextafter(1.0F, 0.0F), 2.0F};
     while (bases.size() < 12000)
-        bases.push_back(std::exp(-10.0f * bases.size() / 12000)); // down to 4.5e-5
+        bases.push_back(std::exp(-10.0F * bases.size() / 12000)); // down to 4.5e-5
     // 1/m2 and 1/m1 of SMPTE ST 2084, and the display's encoding.
-    for (const float exponent : {0.0126833135156559f, 6.2773946360153259f, 0.45f})
+    for (const float exponent : {0.0126833135156559F, 6.2773946360153259F, 0.45F})
         expect_powers(bases, exponent, 5e-7);
-    for (const float exponent : {0.01f, 1.0f, 6.0f})
-        expect_powers({1e-30f, 1e-10f, 3.0f, 1e10f, 1e30f, 0.0f, 1e38f, 2e-38f}, exponent, 2e-5);
+    for (const float exponent : {0.01F, 1.0F, 6.0F})
+        expect_powers({1e-30F, 1e-10F, 3.0F, 1e10F, 1e30F, 0.0F, 1e38F, 2e-38F}, exponent, 2e-5);
 }
 
 TEST_F(PoclTuning, ErrorsKeepTheirLines) {

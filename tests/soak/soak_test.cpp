@@ -1,7 +1,5 @@
 /// Long runs through the shipped library: memory, descriptors and mappings stay flat. LUMIVERT_SOAK_FRAMES (10000) sets
 /// the length; the figures are printed.
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
@@ -9,6 +7,8 @@
 #include <random>
 #include <string>
 #include <thread>
+
+#include <gtest/gtest.h>
 
 #include "lumivert/converter.h"
 #include "support/host.h"

@@ -1,16 +1,16 @@
 #include "support/host.h"
 
-#include <android-base/properties.h>
-#include <malloc.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <random>
+
+#include <android-base/properties.h>
+#include <malloc.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 

@@ -1,12 +1,12 @@
 #include "support/log_capture.h"
 
-#include <android/log.h>
-
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+
+#include <android/log.h>
 
 namespace {
 

@@ -1,14 +1,14 @@
 #include "support/opencl_spy.h"
 
-#include <CL/cl_ext.h>
-#include <dlfcn.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <mutex>
 #include <optional>
+
+#include <CL/cl_ext.h>
+#include <dlfcn.h>
 
 namespace spy {
 namespace {

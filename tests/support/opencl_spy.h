@@ -3,10 +3,10 @@
 /// The spy's definitions stand in the test program itself, so they are found before the platform's and the driver's.
 #pragma once
 
-#include <CL/cl.h>
-
 #include <string>
 #include <vector>
+
+#include <CL/cl.h>
 
 namespace spy {
 

@@ -14,6 +14,6 @@ struct Error : std::runtime_error {
 Error system_error(const std::string& path);
 
 /// Exit statuses of every command.
-enum ExitStatus { done = 0, done_with_warnings = 1, failed = 2 };
+enum ExitStatus { kDone = 0, kDoneWithWarnings = 1, kFailed = 2 };
 
 } // namespace lumivert::tool

@@ -22,7 +22,7 @@ int run(int argc, char** argv) {
         for (const auto& [command, unused] : added)
             if (command->parsed()) set_command(command->get_name());
         tell(error.what());
-        return failed;
+        return kFailed;
     }
     collect_ffmpeg_log();
     take_over_library_log();
@@ -31,21 +31,21 @@ int run(int argc, char** argv) {
             set_command(command->get_name());
             return execute();
         }
-    return failed;
+    return kFailed;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
     watch_signals();
-    int status = failed;
+    int status = kFailed;
     try {
         status = run(argc, argv);
         std::cout.flush();
         if (!std::cout) throw Error("standard output: cannot be written");
     } catch (const std::exception& error) {
         tell(error.what());
-        status = failed;
+        status = kFailed;
     }
     remove_registered();
     return status;

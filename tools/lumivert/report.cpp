@@ -38,7 +38,7 @@ void detail(const std::string& line) {
 }
 
 int status_so_far() {
-    return warning_count == 0 ? done : done_with_warnings;
+    return warning_count == 0 ? kDone : kDoneWithWarnings;
 }
 
 std::string counted(long count, const std::string& noun) {

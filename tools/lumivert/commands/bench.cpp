@@ -1,5 +1,3 @@
-#include "commands/commands.h"
-
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -13,6 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <sys/resource.h>
 
+#include "commands/commands.h"
 #include "commands/options.h"
 #include "engine/converter.h"
 #include "engine/rgba_stage.h"
@@ -64,7 +63,7 @@ struct Subject {
     int turns; ///< in each round: more for what takes a millisecond or two
     std::function<void()> run;
 };
-constexpr int quick = 5, slow = 1;
+constexpr int kQuick = 5, kSlow = 1;
 
 /// One way through the converter.
 struct Path {
@@ -74,15 +73,15 @@ struct Path {
     _Image_ColorFormat format;
 };
 
-constexpr Path paths[] = {
-    {"static.retained", Mode::static_table, Entry::retained, P010_LINEAR},
-    {"static.pool", Mode::static_table, Entry::pool, P010_LINEAR},
-    {"hdr10plus.nv12.retained", Mode::hdr10plus, Entry::retained, NV12},
-    {"hdr10plus.nv12.pool", Mode::hdr10plus, Entry::pool, NV12},
-    {"hdr10plus.p010.pool", Mode::hdr10plus, Entry::pool, P010_LINEAR},
-    {"hdr10plus.rgba.pool", Mode::hdr10plus, Entry::pool, RGBA},
+constexpr Path kPaths[] = {
+    {"static.retained", Mode::kStaticTable, Entry::kRetained, P010_LINEAR},
+    {"static.pool", Mode::kStaticTable, Entry::kPool, P010_LINEAR},
+    {"hdr10plus.nv12.retained", Mode::kHdr10plus, Entry::kRetained, NV12},
+    {"hdr10plus.nv12.pool", Mode::kHdr10plus, Entry::kPool, NV12},
+    {"hdr10plus.p010.pool", Mode::kHdr10plus, Entry::kPool, P010_LINEAR},
+    {"hdr10plus.rgba.pool", Mode::kHdr10plus, Entry::kPool, RGBA},
     // An instance of its own: after an RGBA frame a retained one keeps that frame's buffer as its intermediate.
-    {"stage.fused", Mode::hdr10plus, Entry::retained, RGBA},
+    {"stage.fused", Mode::kHdr10plus, Entry::kRetained, RGBA},
 };
 
 void fill_with_noise(const Planes& p010) {
@@ -99,7 +98,7 @@ Subject copy_of_a_frame(const Geometry& geometry) {
     const size_t bytes = frame_bytes(P010_LINEAR, geometry.pitch, geometry.height);
     const auto from = std::make_shared<std::vector<uint8_t>>(bytes, 1),
                to = std::make_shared<std::vector<uint8_t>>(bytes);
-    return {"memcpy", quick, [=] { std::memcpy(to->data(), from->data(), bytes); }};
+    return {"memcpy", kQuick, [=] { std::memcpy(to->data(), from->data(), bytes); }};
 }
 
 Subject whole_path(const Path& path, const Geometry& geometry, const Device& device) {
@@ -107,22 +106,22 @@ Subject whole_path(const Path& path, const Geometry& geometry, const Device& dev
     const auto in = std::make_shared<Planes>(P010_LINEAR, geometry),
                out = std::make_shared<Planes>(path.format, geometry);
     fill_with_noise(*in);
-    return {path.name, path.mode == Mode::static_table ? quick : slow, [=, record = default_record(1000, 1000)] {
+    return {path.name, path.mode == Mode::kStaticTable ? kQuick : kSlow, [=, record = default_record(1000, 1000)] {
                 converter->convert(*in, *out, &record, {1000, 1000});
             }};
 }
 
 Subject rgba_stage(const char* name, const Geometry& geometry, _Image_ColorFormat format) {
     const auto stage = std::make_shared<RgbaStage>(geometry, format);
-    return {name, quick, [=] { stage->run(); }};
+    return {name, kQuick, [=] { stage->run(); }};
 }
 
 /// The first is the copy, which others are compared with.
 std::vector<Subject> subjects(const Geometry& geometry, const Device& device, const Options& options) {
     std::vector<Subject> all = {copy_of_a_frame(geometry)};
-    for (const Path& path : paths)
+    for (const Path& path : kPaths)
         if (options.wants(path.name)) all.push_back(whole_path(path, geometry, device));
-    const Converter leaves_its_program(geometry, Mode::hdr10plus, Entry::pool, device); // for the stages
+    const Converter leaves_its_program(geometry, Mode::kHdr10plus, Entry::kPool, device); // for the stages
     if (options.wants("stage.nv12")) all.push_back(rgba_stage("stage.nv12", geometry, NV12));
     if (options.wants("stage.p010")) all.push_back(rgba_stage("stage.p010", geometry, P010_LINEAR));
     return all;
@@ -130,7 +129,7 @@ std::vector<Subject> subjects(const Geometry& geometry, const Device& device, co
 
 std::vector<std::string> result_names() {
     std::vector<std::string> names = {"memcpy", "stage.nv12", "stage.p010"};
-    for (const Path& path : paths)
+    for (const Path& path : kPaths)
         names.emplace_back(path.name);
     return names;
 }
@@ -144,7 +143,7 @@ std::vector<Series> measure(const std::vector<Subject>& all, int rounds) {
         results.push_back({subject.name, {}});
     Progress progress(rounds);
     for (int round = 0; round <= rounds; ++round) {
-        for (int turn = 0; turn < quick; ++turn)
+        for (int turn = 0; turn < kQuick; ++turn)
             for (size_t i = 0; i < all.size(); ++i) {
                 if (turn >= all[i].turns) continue;
                 const double ms = time_ms(all[i].run);
@@ -164,7 +163,7 @@ struct Footprint {
 int be_child(const Options& options, const Device& device) {
     const Size size = parse_size(options.child);
     const Geometry geometry(size.width, size.height);
-    Converter converter(geometry, Mode::hdr10plus, Entry::pool, device);
+    Converter converter(geometry, Mode::kHdr10plus, Entry::kPool, device);
     const Planes in(P010_LINEAR, geometry), out(NV12, geometry);
     const Record record = default_record(1000, 1000);
     const auto convert = [&] { converter.convert(in, out, &record, {1000, 1000}); };
@@ -175,7 +174,7 @@ int be_child(const Options& options, const Device& device) {
     std::cout << nlohmann::json{{"init_ms", converter.init_ms()},
                                 {"first_frame_ms", first},
                                 {"peak_mib", static_cast<double>(usage.ru_maxrss) / 1024}};
-    return done;
+    return kDone;
 }
 
 /// As the shell takes it for one word.
@@ -283,7 +282,7 @@ int run(const Options& options) {
         }
     }
     if (options.json) std::cout << document.dump(2) << '\n';
-    return done;
+    return kDone;
 }
 
 } // namespace

@@ -11,7 +11,7 @@ struct Entry {
     Command (*add)(CLI::App&);
 };
 
-constexpr Entry commands[] = {
+constexpr Entry kCommands[] = {
     {"convert", "Convert an HDR10 or HDR10+ clip to SDR", add_convert},
     {"probe", "Tell what a clip and its metadata are like", add_probe},
     {"metadata", "Extract HDR10+ metadata as JSON", add_metadata},
@@ -29,7 +29,7 @@ std::vector<std::pair<CLI::App*, Command>> add_commands(CLI::App& app) {
     app.fallthrough();
     app.add_flag("-v,--verbose", verbose, "show what the library and FFmpeg log");
     std::vector<std::pair<CLI::App*, Command>> added;
-    for (const Entry& entry : commands) {
+    for (const Entry& entry : kCommands) {
         CLI::App* command = app.add_subcommand(entry.name, entry.about);
         added.emplace_back(command, entry.add(*command));
     }

@@ -1,5 +1,3 @@
-#include "commands/commands.h"
-
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -8,6 +6,8 @@
 #include <iostream>
 
 #include <nlohmann/json.hpp>
+
+#include "commands/commands.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>
@@ -264,7 +264,7 @@ int run(const Options& options) {
     }
     if (frames[0] != frames[1])
         warn(a.path() + " has " + counted(frames[0], "frame") + ", " + b.path() + " " + std::to_string(frames[1]));
-    return result.first_differing >= 0 ? done_with_warnings : status_so_far();
+    return result.first_differing >= 0 ? kDoneWithWarnings : status_so_far();
 }
 
 } // namespace

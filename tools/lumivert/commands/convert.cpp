@@ -1,11 +1,10 @@
-#include "commands/commands.h"
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <numeric>
 
+#include "commands/commands.h"
 #include "commands/options.h"
 #include "engine/pipeline.h"
 #include "error.h"
@@ -42,15 +41,15 @@ struct Plan {
 ColourTags tags_of(const std::optional<Mode>& mode) {
     if (!mode) return {AVCOL_PRI_BT2020, AVCOL_TRC_SMPTE2084, AVCOL_SPC_BT2020_NCL, AVCOL_RANGE_MPEG};
     return {AVCOL_PRI_BT709, AVCOL_TRC_BT709, AVCOL_SPC_BT709,
-            *mode == Mode::static_table ? AVCOL_RANGE_MPEG : AVCOL_RANGE_JPEG};
+            *mode == Mode::kStaticTable ? AVCOL_RANGE_MPEG : AVCOL_RANGE_JPEG};
 }
 
 std::optional<Mode> choose_mode(const Options& options, FrameSource& source) {
     if (options.mode == "none") return std::nullopt;
-    if (options.mode == "static") return Mode::static_table;
-    if (options.mode == "hdr10plus") return Mode::hdr10plus;
-    if (options.metadata == "none") return Mode::static_table;
-    return !options.metadata.empty() || source.has_records() ? Mode::hdr10plus : Mode::static_table;
+    if (options.mode == "static") return Mode::kStaticTable;
+    if (options.mode == "hdr10plus") return Mode::kHdr10plus;
+    if (options.metadata == "none") return Mode::kStaticTable;
+    return !options.metadata.empty() || source.has_records() ? Mode::kHdr10plus : Mode::kStaticTable;
 }
 
 _Image_ColorFormat choose_format(const Options& options, const Plan& plan) {
@@ -61,7 +60,7 @@ _Image_ColorFormat choose_format(const Options& options, const Plan& plan) {
     const FormatInfo* asked = format_named(options.format);
     if (asked != nullptr && !takes(asked->format))
         throw Error(std::string("the writer for ") + plan.writer->name + " does not take --format " + asked->name);
-    if (plan.mode != Mode::hdr10plus) {
+    if (plan.mode != Mode::kHdr10plus) {
         const std::string mode = plan.mode ? "static" : "none";
         if (asked != nullptr && asked->format != P010_LINEAR)
             throw Error(std::string("--format ") + asked->name + ": mode " + mode + " gives P010 only");
@@ -70,15 +69,15 @@ _Image_ColorFormat choose_format(const Options& options, const Plan& plan) {
         return P010_LINEAR;
     }
     const _Image_ColorFormat format = asked != nullptr ? asked->format : taken.front();
-    if (format == P010_LINEAR && plan.entry == Entry::retained)
+    if (format == P010_LINEAR && plan.entry == Entry::kRetained)
         throw Error("--entry retained has no P010 output in mode hdr10plus; take --entry pool");
     return format;
 }
 
 Luminances choose_luminances(const Options& options, const StaticMetadata& clip) {
-    constexpr double highest = 10000; // of PQ, cd/m2; streams can carry more, which nothing can mean
-    return {options.max_luminance > 0 ? options.max_luminance : std::clamp(clip.mastering_peak, 0.0, highest),
-            options.max_cll > 0 ? options.max_cll : std::min<double>(clip.max_cll, highest)};
+    constexpr double kHighest = 10000; // of PQ, cd/m2; streams can carry more, which nothing can mean
+    return {options.max_luminance > 0 ? options.max_luminance : std::clamp(clip.mastering_peak, 0.0, kHighest),
+            options.max_cll > 0 ? options.max_cll : std::min<double>(clip.max_cll, kHighest)};
 }
 
 Plan make_plan(const Options& options, FrameSource& source) {
@@ -87,7 +86,7 @@ Plan make_plan(const Options& options, FrameSource& source) {
         throw Error(options.input + ": " + std::to_string(clip.width) + "x" + std::to_string(clip.height) +
                     ": odd sizes cannot be converted");
     Plan plan;
-    plan.entry = options.entry == "pool" ? Entry::pool : Entry::retained;
+    plan.entry = options.entry == "pool" ? Entry::kPool : Entry::kRetained;
     plan.frames = parse_frames(options.frames);
     plan.writer = &find_writer(options.writer, options.output);
     if (options.output == "-" && !plan.writer->streams)
@@ -99,7 +98,7 @@ Plan make_plan(const Options& options, FrameSource& source) {
     plan.format = choose_format(options, plan);
     plan.colour = tags_of(plan.mode);
     plan.luminances = choose_luminances(options, clip.static_metadata);
-    if (options.interval > 0 && plan.entry == Entry::retained)
+    if (options.interval > 0 && plan.entry == Entry::kRetained)
         throw Error("--interval works with --entry pool; the retained entry converts every frame");
     if (options.interval > 1 && !plan.mode) throw Error("--interval picks frames to convert; mode none converts none");
     if (plan.mode) {
@@ -113,7 +112,7 @@ std::string metadata_summary(const Plan& plan, const Tally& tally) {
     const auto [own, previous, none] = tally.by_origin;
     const std::string frames = counted(tally.converted(), "frame") + ": ";
     if (!plan.mode) return frames + "passed on as they are";
-    if (plan.mode == Mode::static_table) {
+    if (plan.mode == Mode::kStaticTable) {
         const long peak = std::lround(plan.luminances.mastering_peak);
         const char* table = peak > 1000 && peak <= 4000 ? "4000" : "1000";
         return frames + "the table for masters up to " + table + " cd/m2 (mastering peak " +
@@ -141,14 +140,14 @@ std::string speed_summary(const Plan& plan, Tally tally) {
 
 /// What the user may not expect of the result.
 void warn_about(const Options& options, const Plan& plan, const Tally& tally) {
-    const bool used_luminances = plan.mode == Mode::static_table || tally.by_origin[2] > 0;
+    const bool used_luminances = plan.mode == Mode::kStaticTable || tally.by_origin[2] > 0;
     if (used_luminances && plan.luminances.mastering_peak > 0 && plan.luminances.mastering_peak < 1)
         warn("a mastering peak of " + std::to_string(plan.luminances.mastering_peak).substr(0, 5) +
              " cd/m2 makes no sense; --max-luminance sets a better one");
-    if (plan.mode == Mode::hdr10plus && plan.list.empty() && options.metadata != "none" &&
+    if (plan.mode == Mode::kHdr10plus && plan.list.empty() && options.metadata != "none" &&
         tally.by_origin[0] + tally.by_origin[1] == 0)
         warn("there is no HDR10+ metadata in " + options.input);
-    if (plan.list.empty() || plan.mode != Mode::hdr10plus) return;
+    if (plan.list.empty() || plan.mode != Mode::kHdr10plus) return;
     const auto unused = std::distance(plan.list.lower_bound(tally.seen), plan.list.end());
     if (tally.to_the_end && unused > 0)
         warn(options.metadata + ": " + counted(static_cast<long>(plan.list.size()), "record") + " for " +

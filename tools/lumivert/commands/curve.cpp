@@ -1,10 +1,9 @@
-#include "commands/commands.h"
-
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <limits>
 
+#include "commands/commands.h"
 #include "commands/options.h"
 #include "engine/converter.h"
 #include "error.h"
@@ -30,14 +29,14 @@ struct FrameRecord {
     Record record;
 };
 
-constexpr size_t most_frames = 250000; // more than an hour at 60 a second, and all of them in memory
+constexpr size_t kMostFrames = 250000; // more than an hour at 60 a second, and all of them in memory
 
 /// The record that each frame from 0 to `last` uses.
 std::vector<FrameRecord> read_records(const std::string& input, int64_t last) {
     std::vector<FrameRecord> frames;
     const auto take = [&](RecordTrack& track, int64_t frame, const std::optional<Record>& own, const Record& fallback) {
-        if (frames.size() == most_frames)
-            throw Error(input + ": has more than the " + std::to_string(most_frames) + " frames that are drawn");
+        if (frames.size() == kMostFrames)
+            throw Error(input + ": has more than the " + std::to_string(kMostFrames) + " frames that are drawn");
         const RecordOrigin origin = track.advance(frame, own);
         frames.push_back({frame, origin, track.current().value_or(fallback)});
     };

@@ -1,9 +1,8 @@
-#include "commands/commands.h"
-
 #include <iostream>
 
 #include <nlohmann/json.hpp>
 
+#include "commands/commands.h"
 #include "engine/opencl.h"
 #include "error.h"
 
@@ -35,7 +34,7 @@ int run(const Options& options) {
                             {"buffer_import", import_of(device)},
                             {"used", device.used}});
         std::cout << nlohmann::ordered_json{{"devices", list}}.dump(2) << '\n';
-        return done;
+        return kDone;
     }
     for (const Device& device : devices)
         std::cout << (device.used ? "* " : "  ") << device.number << "  " << device.name << '\n'
@@ -44,7 +43,7 @@ int run(const Options& options) {
                   << "       buffer import " << import_of(device)
                   << (device.native_import ? " (the driver's)" : " (the host platform maps the memory)") << '\n';
     std::cout << "* is what convert and bench use; --device takes part of a number, platform or name.\n";
-    return done;
+    return kDone;
 }
 
 } // namespace

@@ -1,5 +1,4 @@
 #include "commands/commands.h"
-
 #include "error.h"
 #include "hdr10plus/metadata_json.h"
 #include "io/output_file.h"

@@ -7,7 +7,7 @@
 namespace lumivert::tool {
 namespace {
 
-constexpr int largest_side = 16384;
+constexpr int kLargestSide = 16384;
 
 } // namespace
 
@@ -19,7 +19,7 @@ Size parse_size(const std::string& text) {
     for (int side : {size.width, size.height}) {
         if (side == 0 || side % 2 != 0)
             throw Error("--size " + text + ": 4:2:0 frames have even sizes above 0, not " + std::to_string(side));
-        if (side > largest_side) throw Error("--size " + text + ": sides are at most " + std::to_string(largest_side));
+        if (side > kLargestSide) throw Error("--size " + text + ": sides are at most " + std::to_string(kLargestSide));
     }
     return size;
 }

@@ -1,11 +1,11 @@
-#include "commands/commands.h"
-
 #include <cstdio>
 #include <iostream>
 #include <map>
 #include <set>
 
 #include <nlohmann/json.hpp>
+
+#include "commands/commands.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>
@@ -169,7 +169,7 @@ int run(const Options& options) {
     clip.report();
     const auto lines = warnings_about(clip.info(), plus);
     (options.json ? print_json : print_text)(clip.path(), clip.info(), plus, lines);
-    return lines.empty() ? status_so_far() : done_with_warnings;
+    return lines.empty() ? status_so_far() : kDoneWithWarnings;
 }
 
 } // namespace

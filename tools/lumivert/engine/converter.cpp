@@ -21,12 +21,12 @@ uint32_t rounded(double value) {
 
 Converter::Converter(const Geometry& geometry, Mode mode, Entry entry, const Device& device)
     : mode_(mode), entry_(entry) {
-    const bool codec2 = entry == Entry::pool;
+    const bool codec2 = entry == Entry::kPool;
     ProgramCache cache(device, codec2);
     if (verbose) android::base::SetProperty("vendor.Lumivert.debug.level", "3");
     const auto start = std::chrono::steady_clock::now();
     const int result = CL_HDR2SDR_ARM_init(geometry.pitch, geometry.height,
-                                           mode == Mode::static_table ? HI_JACK : NORMAL, &instance_, codec2);
+                                           mode == Mode::kStaticTable ? HI_JACK : NORMAL, &instance_, codec2);
     init_ms_ = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     if (result != 1) throw Error("the converter cannot start on " + device.name);
     cache.seal();
@@ -41,7 +41,7 @@ bool Converter::convert(const Planes& in, const Planes& out, const Record* recor
     const int errors = library_errors();
     _HDR2SDR_config_params_t from = in.params(), to = out.params();
     int32_t result = 0;
-    if (entry_ == Entry::pool) {
+    if (entry_ == Entry::kPool) {
         // Units of 0.0001 cd/m2. The second value is called a minimum, but from 1000 cd/m2 on it counts as a peak when
         // the default record is chosen: the mastering peak is what that choice is about.
         const uint32_t peak = rounded(luminances.mastering_peak * 10000);

@@ -9,12 +9,12 @@
 
 namespace lumivert::tool {
 
-enum class Mode { static_table, hdr10plus };
+enum class Mode { kStaticTable, kHdr10plus };
 
 /// Which entry point converts, and so how planes reach the GPU.
 enum class Entry {
-    pool,     ///< CL_HDR2SDR_ARM_convert1: planes are imported for each frame
-    retained, ///< CL_HDR2SDR_ARM_convert: planes are imported once; the static table works in place
+    kPool,     ///< CL_HDR2SDR_ARM_convert1: planes are imported for each frame
+    kRetained, ///< CL_HDR2SDR_ARM_convert: planes are imported once; the static table works in place
 };
 
 struct Luminances {
@@ -30,7 +30,7 @@ public:
     Converter& operator=(const Converter&) = delete;
 
     /// Whether results land in the input planes.
-    bool in_place() const { return mode_ == Mode::static_table && entry_ == Entry::retained; }
+    bool in_place() const { return mode_ == Mode::kStaticTable && entry_ == Entry::kRetained; }
 
     /// Converts `in` to `out` (to itself where in_place). Without a record the default for the luminances is used.
     /// False for a frame that `interval` skips; throws when the library reports an error.

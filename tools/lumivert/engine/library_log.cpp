@@ -17,8 +17,8 @@ std::atomic<int> errors = 0;
 /// Workstations have no /dev/ion, which the library mentions at init and deinit, and needs only on devices. That a
 /// frame has no metadata of its own is the summary's to tell.
 bool is_routine(const char* message) {
-    constexpr const char* routine[] = {"[Formatter] error 85", "line is 143", "There is no HDR10 dynamic metadata!"};
-    for (const char* part : routine)
+    constexpr const char* kRoutine[] = {"[Formatter] error 85", "line is 143", "There is no HDR10 dynamic metadata!"};
+    for (const char* part : kRoutine)
         if (std::strstr(message, part) != nullptr) return true;
     return false;
 }

@@ -8,7 +8,7 @@
 namespace lumivert::tool {
 namespace {
 
-constexpr char device_variable[] = "LUMIVERT_OPENCL_DEVICE"; // read by the host platform
+constexpr char kDeviceVariable[] = "LUMIVERT_OPENCL_DEVICE"; // read by the host platform
 
 std::string text(cl_platform_id platform, cl_platform_info what) {
     char value[256] = "";
@@ -52,9 +52,9 @@ std::vector<Device> list_devices() {
     cache_folder();
     const cl_device_id used = device_in_use();
     // A choice hides the other devices: it is set aside while the list is made.
-    const char* chosen = std::getenv(device_variable);
+    const char* chosen = std::getenv(kDeviceVariable);
     const std::string kept = chosen != nullptr ? chosen : "";
-    unsetenv(device_variable);
+    unsetenv(kDeviceVariable);
     std::vector<Device> devices;
     const auto platforms = all<cl_platform_id>(clGetPlatformIDs);
     for (size_t p = 0; p < platforms.size(); ++p) {
@@ -67,7 +67,7 @@ std::vector<Device> list_devices() {
                                text(ids[d], CL_DRIVER_VERSION), ids[d] == used,
                                text(ids[d], CL_DEVICE_EXTENSIONS).find("cl_arm_import_memory") != std::string::npos});
     }
-    if (!kept.empty()) setenv(device_variable, kept.c_str(), 1);
+    if (!kept.empty()) setenv(kDeviceVariable, kept.c_str(), 1);
     return devices;
 }
 
@@ -75,7 +75,7 @@ Device used_device() {
     const auto devices = list_devices();
     for (const Device& device : devices)
         if (device.used) return device;
-    const char* wanted = std::getenv(device_variable);
+    const char* wanted = std::getenv(kDeviceVariable);
     if (devices.empty())
         throw Error("no OpenCL device: install a driver, such as the package pocl-opencl-icd for the processor itself");
     throw Error("no OpenCL device matches '" + std::string(wanted != nullptr ? wanted : "") +
@@ -83,7 +83,7 @@ Device used_device() {
 }
 
 void choose_device(const std::string& wanted) {
-    if (!wanted.empty()) setenv(device_variable, wanted.c_str(), 1);
+    if (!wanted.empty()) setenv(kDeviceVariable, wanted.c_str(), 1);
 }
 
 } // namespace lumivert::tool

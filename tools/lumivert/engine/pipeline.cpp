@@ -18,7 +18,7 @@ struct Slot {
     std::unique_ptr<Planes> in, out; ///< `out` is null where the result lies in `in`
     SourceFrame frame;
     std::optional<Record> record;
-    RecordOrigin origin = RecordOrigin::none;
+    RecordOrigin origin = RecordOrigin::kNone;
 
     const Planes& result() const { return out ? *out : *in; }
 };
@@ -28,7 +28,7 @@ class Pipeline {
 public:
     Pipeline(FrameSource& source, const Treatment& treatment)
         : treatment_(treatment), geometry_(source.info().width, source.info().height), source_(source) {
-        for (size_t i = 0; i < slot_count; ++i) {
+        for (size_t i = 0; i < kSlotCount; ++i) {
             auto slot = std::make_unique<Slot>();
             slot->in = std::make_unique<Planes>(P010_LINEAR, geometry_);
             if (treatment.converter != nullptr && !treatment.converter->in_place())
@@ -51,7 +51,7 @@ public:
 
 private:
     using SlotPtr = std::unique_ptr<Slot>;
-    static constexpr size_t slot_count = 4; // one in each of the three hands, one waiting
+    static constexpr size_t kSlotCount = 4; // one in each of the three hands, one waiting
 
     /// Runs one side; whatever stops it stops the others too.
     template <typename Side>
@@ -124,7 +124,7 @@ private:
     const Treatment& treatment_;
     const Geometry geometry_;
     FrameSource& source_;
-    Queue<SlotPtr> free_{slot_count}, loaded_{slot_count}, converted_{slot_count};
+    Queue<SlotPtr> free_{kSlotCount}, loaded_{kSlotCount}, converted_{kSlotCount};
     std::mutex error_mutex_;
     std::exception_ptr error_;
     Tally tally_; // each field has one writing side

@@ -27,8 +27,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char digest_extension[] = ".sha256";
-constexpr uintmax_t room_needed = 16 << 20; // a compiled program and the driver's own cache files
+constexpr char kDigestExtension[] = ".sha256";
+constexpr uintmax_t kRoomNeeded = 16 << 20; // a compiled program and the driver's own cache files
 
 std::string sha256(const std::string& bytes) {
     AVHashContext* hash = nullptr;
@@ -63,7 +63,7 @@ std::string program_name(const Device& device) {
 bool usable(const fs::path& folder) {
     std::error_code error;
     fs::create_directories(folder, error);
-    return access(folder.c_str(), W_OK | X_OK) == 0 && fs::space(folder, error).available > room_needed && !error;
+    return access(folder.c_str(), W_OK | X_OK) == 0 && fs::space(folder, error).available > kRoomNeeded && !error;
 }
 
 std::vector<fs::path> programs(const fs::path& folder) {
@@ -75,7 +75,7 @@ std::vector<fs::path> programs(const fs::path& folder) {
 
 /// In the folder above: beside its program, the library could take it for an outdated one and start over.
 fs::path digest_of(const fs::path& program) {
-    return program.parent_path().parent_path() / (program.filename().string() + digest_extension);
+    return program.parent_path().parent_path() / (program.filename().string() + kDigestExtension);
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 namespace lumivert::tool {
 namespace {
 
-constexpr FormatInfo formats[] = {
+constexpr FormatInfo kFormats[] = {
     {"nv12", NV12, 2, 1},
     {"p010", P010_LINEAR, 2, 2},
     {"rgba", RGBA, 1, 4},
@@ -12,13 +12,13 @@ constexpr FormatInfo formats[] = {
 } // namespace
 
 const FormatInfo& info_of(_Image_ColorFormat format) {
-    for (const auto& info : formats)
+    for (const auto& info : kFormats)
         if (info.format == format) return info;
-    return formats[0];
+    return kFormats[0];
 }
 
 const FormatInfo* format_named(const std::string& name) {
-    for (const auto& info : formats)
+    for (const auto& info : kFormats)
         if (info.name == name) return &info;
     return nullptr;
 }

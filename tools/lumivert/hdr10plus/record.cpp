@@ -51,7 +51,7 @@ struct DefaultSet {
     uint32_t upper_points[5]; ///< 50 to 99 %
     uint16_t knee_x, knee_y, anchors[9];
 };
-constexpr DefaultSet default_sets[2] = {
+constexpr DefaultSet kDefaultSets[2] = {
     {{782, 1368, 7497, 8389, 10000}, 33, 132, {380, 620, 650, 770, 850, 900, 930, 980, 990}},
     {{982, 2368, 18497, 24389, 40000}, 20, 320, {1023, 700, 850, 920, 950, 980, 1005, 1010, 1020}},
 };
@@ -76,7 +76,7 @@ Record from_side_data(const AVDynamicHDRPlus& side_data) {
     for (int i = 0; i < 3; ++i)
         record.maxscl[i] = coded(window.maxscl[i], 100000);
     record.avg_maxrgb = coded(window.average_maxrgb, 100000);
-    record.num_maxrgb_percentiles = std::min<int>(window.num_distribution_maxrgb_percentiles, max_points);
+    record.num_maxrgb_percentiles = std::min<int>(window.num_distribution_maxrgb_percentiles, kMaxPoints);
     for (int i = 0; i < record.num_maxrgb_percentiles; ++i) {
         record.maxrgb_percentages[i] = window.distribution_maxrgb[i].percentage;
         record.maxrgb_percentiles[i] = coded(window.distribution_maxrgb[i].percentile, 100000);
@@ -85,7 +85,7 @@ Record from_side_data(const AVDynamicHDRPlus& side_data) {
     if (record.tone_mapping_flag == 0) return record;
     record.knee_point_x = coded(window.knee_point_x, 4095);
     record.knee_point_y = coded(window.knee_point_y, 4095);
-    record.num_bezier_curve_anchors = std::min<int>(window.num_bezier_curve_anchors, max_points);
+    record.num_bezier_curve_anchors = std::min<int>(window.num_bezier_curve_anchors, kMaxPoints);
     for (int i = 0; i < record.num_bezier_curve_anchors; ++i)
         record.bezier_curve_anchors[i] = coded(window.bezier_curve_anchors[i], 1023);
     return record;
@@ -96,18 +96,18 @@ Record default_record(double mastering_peak, double max_cll) {
     double peak = 1000;
     if (mastering_peak >= 1000) peak = mastering_peak;
     if (max_cll > 0) peak = mastering_peak >= 1000 ? std::min(mastering_peak, max_cll) : max_cll;
-    const DefaultSet& set = default_sets[static_cast<unsigned>(peak) > 1000 ? 1 : 0];
+    const DefaultSet& set = kDefaultSets[static_cast<unsigned>(peak) > 1000 ? 1 : 0];
 
     Record record = make_record();
     record.display_max_luminance = 250;
     std::fill(std::begin(record.maxscl), std::end(record.maxscl), 100000);
-    constexpr uint8_t percentages[] = {1, 5, 10, 25, 50, 75, 90, 95, 99};
-    constexpr uint32_t lower_points[] = {13, 0, 13, 322};
-    record.num_maxrgb_percentiles = std::size(percentages);
-    std::copy(std::begin(percentages), std::end(percentages), record.maxrgb_percentages);
-    std::copy(std::begin(lower_points), std::end(lower_points), record.maxrgb_percentiles);
+    constexpr uint8_t kPercentages[] = {1, 5, 10, 25, 50, 75, 90, 95, 99};
+    constexpr uint32_t kLowerPoints[] = {13, 0, 13, 322};
+    record.num_maxrgb_percentiles = std::size(kPercentages);
+    std::copy(std::begin(kPercentages), std::end(kPercentages), record.maxrgb_percentages);
+    std::copy(std::begin(kLowerPoints), std::end(kLowerPoints), record.maxrgb_percentiles);
     std::copy(std::begin(set.upper_points), std::end(set.upper_points),
-              record.maxrgb_percentiles + std::size(lower_points));
+              record.maxrgb_percentiles + std::size(kLowerPoints));
     record.tone_mapping_flag = 1;
     record.knee_point_x = set.knee_x;
     record.knee_point_y = set.knee_y;
@@ -124,13 +124,13 @@ std::vector<std::string> complaints(const Record& record) {
     const auto above = [](const auto* values, int count, uint32_t limit) {
         return std::any_of(values, values + count, [limit](uint32_t value) { return value > limit; });
     };
-    const int points = std::min<int>(record.num_maxrgb_percentiles, max_points);
+    const int points = std::min<int>(record.num_maxrgb_percentiles, kMaxPoints);
     complain_if(above(record.maxscl, 3, 100000), "a scene maximum above 10000 cd/m2");
     complain_if(above(record.maxrgb_percentages, points, 100), "a distribution point above 100 %");
     complain_if(above(record.maxrgb_percentiles, points, 100000), "a distribution value above 10000 cd/m2");
     complain_if(points == 0 && !above(record.maxscl, 3, 0), "neither a scene maximum nor a distribution");
     if (record.tone_mapping_flag != 0) {
-        const int anchors = std::min<int>(record.num_bezier_curve_anchors, max_points);
+        const int anchors = std::min<int>(record.num_bezier_curve_anchors, kMaxPoints);
         complain_if(anchors == 0, "a tone-mapping flag with no anchors");
         complain_if(anchors == 1 || anchors == 2, "fewer than 3 anchors: the converter ignores them");
         complain_if(record.knee_point_x > 4095 || record.knee_point_y > 4095, "a knee point above 4095");

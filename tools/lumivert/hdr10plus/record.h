@@ -18,7 +18,7 @@ namespace lumivert::tool {
 
 using Record = HDR10PLUS_DYNAMIC_INFO;
 
-constexpr int max_points = 15; ///< distribution points, and anchors, that a record can hold
+constexpr int kMaxPoints = 15; ///< distribution points, and anchors, that a record can hold
 
 /// An empty record of the HDR10+ application.
 Record make_record();

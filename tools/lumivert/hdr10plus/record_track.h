@@ -10,9 +10,9 @@ namespace lumivert::tool {
 
 /// Where a frame's record came from.
 enum class RecordOrigin {
-    own,      ///< the frame has one
-    previous, ///< it has none: the last frame's goes on
-    none,     ///< no frame up to here has one: the default for the static luminances
+    kOwn,      ///< the frame has one
+    kPrevious, ///< it has none: the last frame's goes on
+    kNone,     ///< no frame up to here has one: the default for the static luminances
 };
 
 /// Follows the frames in order, from the first of the clip on.
@@ -32,7 +32,7 @@ public:
             own = found != list_->end() ? std::optional(found->second) : std::nullopt;
         }
         if (own) current_ = own;
-        return own ? RecordOrigin::own : current_ ? RecordOrigin::previous : RecordOrigin::none;
+        return own ? RecordOrigin::kOwn : current_ ? RecordOrigin::kPrevious : RecordOrigin::kNone;
     }
 
     /// The record of the frame that `advance` was last called for.

@@ -48,7 +48,7 @@ void give_up(const char* line) {
     remove_registered();
     const char* over_progress = isatty(STDERR_FILENO) == 1 ? "\r\033[K" : "";
     std::fprintf(stderr, "%slumivert: %s\n", over_progress, line);
-    _exit(failed);
+    _exit(kFailed);
 }
 
 void watch_signals() {

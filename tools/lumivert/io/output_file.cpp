@@ -16,7 +16,7 @@
 namespace lumivert::tool {
 namespace {
 
-constexpr size_t buffer_size = size_t{1} << 20;
+constexpr size_t kBufferSize = size_t{1} << 20;
 
 } // namespace
 
@@ -64,7 +64,7 @@ OutputStream::OutputStream(const std::string& path) : label_(path == "-" ? "stan
         fd_ = open(file_->name().c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
         if (fd_ < 0) throw system_error(path);
     }
-    buffer_.reserve(buffer_size);
+    buffer_.reserve(kBufferSize);
 }
 
 OutputStream::~OutputStream() {
@@ -73,8 +73,8 @@ OutputStream::~OutputStream() {
 
 void OutputStream::write(const void* data, size_t size) {
     const auto* bytes = static_cast<const uint8_t*>(data);
-    if (buffer_.size() + size > buffer_size) flush();
-    if (size >= buffer_size)
+    if (buffer_.size() + size > kBufferSize) flush();
+    if (size >= kBufferSize)
         write_through(bytes, size);
     else
         buffer_.insert(buffer_.end(), bytes, bytes + size);

@@ -9,7 +9,7 @@ extern "C" {
 namespace lumivert::tool {
 namespace {
 
-constexpr int frames_to_look_ahead = 16;
+constexpr int kFramesToLookAhead = 16;
 
 class ClipSource : public FrameSource {
 public:
@@ -27,7 +27,7 @@ public:
     }
 
     const ClipInfo& info() const override { return reader_.info(); }
-    bool has_records() override { return reader_.has_records_within(frames_to_look_ahead); }
+    bool has_records() override { return reader_.has_records_within(kFramesToLookAhead); }
 
     bool read(const Planes& p010, const Geometry& geometry, SourceFrame& out) override {
         ClipFrame clip;

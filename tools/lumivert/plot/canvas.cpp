@@ -11,7 +11,7 @@
 namespace lumivert::tool {
 namespace {
 
-constexpr double full_circle = 6.283185307179586;
+constexpr double kFullCircle = 6.283185307179586;
 
 cairo_status_t append(void* bytes, const unsigned char* data, unsigned int size) {
     static_cast<std::string*>(bytes)->append(reinterpret_cast<const char*>(data), size);
@@ -25,7 +25,7 @@ Canvas::Canvas(const std::string& path, int width, int height)
       surface_(svg_ ? cairo_svg_surface_create_for_stream(append, &bytes_, width, height)
                     : cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height)),
       context_(cairo_create(surface_.get())) {
-    fill({0, 0}, width, height, colours::white);
+    fill({0, 0}, width, height, colours::kWhite);
     cairo_set_line_join(context_.get(), CAIRO_LINE_JOIN_ROUND);
 }
 
@@ -34,8 +34,8 @@ void Canvas::source(Colour colour) {
 }
 
 void Canvas::stroke(Colour colour, double thickness, bool dashed) {
-    constexpr double dashes[] = {6, 5};
-    cairo_set_dash(context_.get(), dashes, dashed ? 2 : 0, 0);
+    constexpr double kDashes[] = {6, 5};
+    cairo_set_dash(context_.get(), kDashes, dashed ? 2 : 0, 0);
     cairo_set_line_width(context_.get(), thickness);
     source(colour);
     cairo_stroke(context_.get());
@@ -64,8 +64,8 @@ void Canvas::frame(Point corner, double width, double height, Colour colour) {
 
 void Canvas::dot(Point centre, double radius, Colour colour, bool hollow) {
     cairo_new_sub_path(context_.get());
-    cairo_arc(context_.get(), centre.first, centre.second, radius, 0, full_circle);
-    source(hollow ? colours::white : colour);
+    cairo_arc(context_.get(), centre.first, centre.second, radius, 0, kFullCircle);
+    source(hollow ? colours::kWhite : colour);
     cairo_fill_preserve(context_.get());
     stroke(colour, 1.5, false);
 }
@@ -76,7 +76,9 @@ void Canvas::text(Point at, const std::string& text, Colour colour, double size,
     cairo_set_font_size(context_.get(), size);
     cairo_text_extents_t extents;
     cairo_text_extents(context_.get(), text.c_str(), &extents);
-    const double shift = align == Align::left ? 0 : align == Align::centre ? extents.x_advance / 2 : extents.x_advance;
+    const double shift = align == Align::kLeft     ? 0
+                         : align == Align::kCentre ? extents.x_advance / 2
+                                                   : extents.x_advance;
     source(colour);
     cairo_move_to(context_.get(), at.first - shift, at.second);
     cairo_show_text(context_.get(), text.c_str());
@@ -86,8 +88,8 @@ void Canvas::text(Point at, const std::string& text, Colour colour, double size,
 void Canvas::text_upwards(Point at, const std::string& line, Colour colour, double size) {
     cairo_save(context_.get());
     cairo_translate(context_.get(), at.first, at.second);
-    cairo_rotate(context_.get(), -full_circle / 4);
-    text({0, 0}, line, colour, size, Align::centre);
+    cairo_rotate(context_.get(), -kFullCircle / 4);
+    text({0, 0}, line, colour, size, Align::kCentre);
     cairo_restore(context_.get());
 }
 

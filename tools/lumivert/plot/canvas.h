@@ -16,14 +16,14 @@ struct Colour {
 };
 
 namespace colours {
-constexpr Colour ink = {0.13, 0.15, 0.19}, quiet = {0.45, 0.48, 0.54}, grid = {0.87, 0.89, 0.92},
-                 blue = {0.05, 0.38, 0.75}, orange = {0.85, 0.42, 0.04}, green = {0.10, 0.53, 0.28},
-                 red = {0.78, 0.15, 0.20}, violet = {0.48, 0.25, 0.70}, white = {1, 1, 1};
+constexpr Colour kInk = {0.13, 0.15, 0.19}, kQuiet = {0.45, 0.48, 0.54}, kGrid = {0.87, 0.89, 0.92},
+                 kBlue = {0.05, 0.38, 0.75}, kOrange = {0.85, 0.42, 0.04}, kGreen = {0.10, 0.53, 0.28},
+                 kRed = {0.78, 0.15, 0.20}, kViolet = {0.48, 0.25, 0.70}, kWhite = {1, 1, 1};
 } // namespace colours
 
 using Point = std::pair<double, double>;
 
-enum class Align { left, centre, right };
+enum class Align { kLeft, kCentre, kRight };
 
 class Canvas {
 public:
@@ -36,7 +36,7 @@ public:
     void frame(Point corner, double width, double height, Colour colour);
     void dot(Point centre, double radius, Colour colour, bool hollow = false);
     /// `at` is where the text's baseline starts, has its middle, or ends. `bold` for titles.
-    void text(Point at, const std::string& text, Colour colour, double size = 14, Align align = Align::left,
+    void text(Point at, const std::string& text, Colour colour, double size = 14, Align align = Align::kLeft,
               bool bold = false);
     /// Reading upwards, centred at `at`.
     void text_upwards(Point at, const std::string& text, Colour colour, double size = 14);

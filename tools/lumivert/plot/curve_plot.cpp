@@ -11,9 +11,9 @@ namespace {
 
 using namespace colours;
 
-constexpr int width = 1280, height = 760;
-constexpr double left = 86, right = 850, top = 84, bottom = 686; // of the plot
-constexpr double panel = 896, panel_end = 1250;                  // beside it
+constexpr int kWidth = 1280, kHeight = 760;
+constexpr double kLeft = 86, kRight = 850, kTop = 84, kBottom = 686; // of the plot
+constexpr double kPanel = 896, kPanelEnd = 1250;                     // beside it
 
 template <typename... Values>
 std::string printed(const char* format, Values... values) {
@@ -32,33 +32,34 @@ double round_up(double cd_m2) {
 void draw_axes(Canvas& canvas, const LuminanceAxis& in, const LuminanceAxis& out) {
     for (const double tick : in.ticks(46)) {
         const double x = in.position(tick);
-        canvas.line({x, top}, {x, bottom}, grid);
-        canvas.text({x, bottom + 20}, luminance_text(tick), ink, 14, Align::centre);
+        canvas.line({x, kTop}, {x, kBottom}, kGrid);
+        canvas.text({x, kBottom + 20}, luminance_text(tick), kInk, 14, Align::kCentre);
     }
     for (const double tick : out.ticks(26)) {
         const double y = out.position(tick);
-        canvas.line({left, y}, {right, y}, grid);
-        canvas.text({left - 8, y + 5}, luminance_text(tick), ink, 14, Align::right);
+        canvas.line({kLeft, y}, {kRight, y}, kGrid);
+        canvas.text({kLeft - 8, y + 5}, luminance_text(tick), kInk, 14, Align::kRight);
     }
-    canvas.frame({left, top}, right - left, bottom - top, quiet);
-    canvas.text({(left + right) / 2, bottom + 50}, "input luminance in cd/m\u00b2 (PQ-spaced)", ink, 15, Align::centre);
-    canvas.text_upwards({28, (top + bottom) / 2}, "output luminance in cd/m\u00b2 (PQ-spaced)", ink, 15);
+    canvas.frame({kLeft, kTop}, kRight - kLeft, kBottom - kTop, kQuiet);
+    canvas.text({(kLeft + kRight) / 2, kBottom + 50}, "input luminance in cd/m\u00b2 (PQ-spaced)", kInk, 15,
+                Align::kCentre);
+    canvas.text_upwards({28, (kTop + kBottom) / 2}, "output luminance in cd/m\u00b2 (PQ-spaced)", kInk, 15);
 }
 
 void draw_lines(Canvas& canvas, const FrameCurve& c, const LuminanceAxis& in, const LuminanceAxis& out) {
     std::vector<Point> curve, table, identity;
-    for (int half_pixel = 0; half_pixel <= 2 * (right - left); ++half_pixel) {
-        const double x = left + half_pixel / 2.0;
+    for (int half_pixel = 0; half_pixel <= 2 * (kRight - kLeft); ++half_pixel) {
+        const double x = kLeft + half_pixel / 2.0;
         const double luminance = in.luminance(x);
         curve.emplace_back(x, out.position(c.output(luminance)));
         table.emplace_back(x, out.position(c.output_by_table(luminance)));
         if (luminance <= out.top()) identity.emplace_back(x, out.position(luminance));
     }
-    canvas.line({left, out.position(c.target)}, {right, out.position(c.target)}, green, 1.5, true);
-    canvas.line({in.position(c.scene_peak), top}, {in.position(c.scene_peak), bottom}, red, 1.5, true);
-    canvas.path(identity, quiet, 1.2, true);
-    canvas.path(table, violet, 1.5);
-    canvas.path(curve, blue, 3);
+    canvas.line({kLeft, out.position(c.target)}, {kRight, out.position(c.target)}, kGreen, 1.5, true);
+    canvas.line({in.position(c.scene_peak), kTop}, {in.position(c.scene_peak), kBottom}, kRed, 1.5, true);
+    canvas.path(identity, kQuiet, 1.2, true);
+    canvas.path(table, kViolet, 1.5);
+    canvas.path(curve, kBlue, 3);
 }
 
 /// The control points of the curve: between them the metadata's anchors, which shape it without lying on it.
@@ -70,13 +71,13 @@ void draw_points(Canvas& canvas, const FrameCurve& c, const LuminanceAxis& in, c
     const int anchors = c.curve.num_bezier_curve_anchors;
     for (int i = 0; i < anchors; ++i)
         canvas.dot(at(kx + (1 - kx) * (i + 1) / (anchors + 1), ky + (1 - ky) * c.curve.f_bezier_curve_anchors[i]), 4.5,
-                   orange, true);
-    canvas.dot(at(kx, ky), 6, orange);
+                   kOrange, true);
+    canvas.dot(at(kx, ky), 6, kOrange);
 }
 
 /// How the curve came about.
 std::string derivation(const FrameCurve& c) {
-    if (c.origin == RecordOrigin::none) return "no HDR10+ record up to here: the default curve";
+    if (c.origin == RecordOrigin::kNone) return "no HDR10+ record up to here: the default curve";
     const double made_for = c.record.display_max_luminance;
     if (c.record.tone_mapping_flag == 0) return "basis curve: the metadata carries none";
     if (made_for == c.target) return "the metadata's curve as it stands";
@@ -86,76 +87,76 @@ std::string derivation(const FrameCurve& c) {
 }
 
 void draw_legend(Canvas& canvas, const FrameCurve& c) {
-    double y = top + 10;
+    double y = kTop + 10;
     const auto entry = [&](const std::string& label, const std::string& value) {
-        canvas.text({panel + 44, y + 5}, label, ink, 14);
-        canvas.text({panel_end, y + 5}, value, ink, 14, Align::right);
+        canvas.text({kPanel + 44, y + 5}, label, kInk, 14);
+        canvas.text({kPanelEnd, y + 5}, value, kInk, 14, Align::kRight);
         y += 28;
     };
     const auto swatch = [&](Colour colour, double thickness, bool dashed) {
-        canvas.line({panel, y}, {panel + 32, y}, colour, thickness, dashed);
+        canvas.line({kPanel, y}, {kPanel + 32, y}, colour, thickness, dashed);
     };
-    swatch(blue, 3, false);
+    swatch(kBlue, 3, false);
     entry("tone curve", "");
-    swatch(violet, 1.5, false);
+    swatch(kViolet, 1.5, false);
     entry("as the GPU's table gives it", "");
-    swatch(quiet, 1.2, true);
+    swatch(kQuiet, 1.2, true);
     entry("identity", "output = input");
-    canvas.dot({panel + 16, y}, 6, orange);
+    canvas.dot({kPanel + 16, y}, 6, kOrange);
     entry("knee", luminance_text(c.curve.f_knee_point_x * c.full_scale) + " \u2192 " +
                       luminance_text(c.curve.f_knee_point_y * c.target) + " cd/m\u00b2");
-    canvas.dot({panel + 16, y}, 4.5, orange, true);
+    canvas.dot({kPanel + 16, y}, 4.5, kOrange, true);
     entry("Bezier anchors", printed("%.0f", c.curve.num_bezier_curve_anchors));
-    swatch(green, 1.5, true);
+    swatch(kGreen, 1.5, true);
     entry("target display peak", printed("%.0f cd/m\u00b2", c.target));
-    swatch(red, 1.5, true);
+    swatch(kRed, 1.5, true);
     entry("scene peak", printed("%.0f cd/m\u00b2", c.scene_peak));
     entry("full scale of the input", printed("%.0f cd/m\u00b2", c.full_scale));
 }
 
 /// The table that the GPU reads: gain over the normalised input.
 void draw_gain_table(Canvas& canvas, const FrameCurve& c) {
-    constexpr double x0 = panel + 44, x1 = panel_end, y0 = 650, y1 = 380;
+    constexpr double kX0 = kPanel + 44, kX1 = kPanelEnd, kY0 = 650, kY1 = 380;
     const double identity = c.full_scale / c.target;
     const double highest = std::max<double>(identity, *std::max_element(std::begin(c.gains), std::end(c.gains)));
     const double step = highest > 20 ? 10 : highest > 8 ? 4 : highest > 4 ? 2 : highest > 2 ? 1 : 0.5;
-    canvas.text({panel, y1 - 20}, "Gain table of the GPU, 256 entries", ink, 14, Align::left, true);
+    canvas.text({kPanel, kY1 - 20}, "Gain table of the GPU, 256 entries", kInk, 14, Align::kLeft, true);
     const auto lines = static_cast<int>(std::ceil(highest / step));
     const double ceiling = lines * step;
     for (int i = 0; i <= lines; ++i) {
         const double gain = i * step;
-        const double level = y0 + (y1 - y0) * gain / ceiling;
-        canvas.line({x0, level}, {x1, level}, grid);
-        canvas.text({x0 - 6, level + 4}, printed("%g", gain), ink, 12, Align::right);
+        const double level = kY0 + (kY1 - kY0) * gain / ceiling;
+        canvas.line({kX0, level}, {kX1, level}, kGrid);
+        canvas.text({kX0 - 6, level + 4}, printed("%g", gain), kInk, 12, Align::kRight);
     }
     for (const int entry : {0, 64, 128, 192, 255}) {
-        const double x = x0 + (x1 - x0) * entry / 255;
-        canvas.line({x, y0}, {x, y1}, grid);
-        canvas.text({x, y0 + 16}, printed("%.0f", entry), ink, 12, Align::centre);
+        const double x = kX0 + (kX1 - kX0) * entry / 255;
+        canvas.line({x, kY0}, {x, kY1}, kGrid);
+        canvas.text({x, kY0 + 16}, printed("%.0f", entry), kInk, 12, Align::kCentre);
     }
-    const double y = y0 + (y1 - y0) * identity / ceiling;
-    canvas.line({x0, y}, {x1, y}, quiet, 1.2, true);
+    const double y = kY0 + (kY1 - kY0) * identity / ceiling;
+    canvas.line({kX0, y}, {kX1, y}, kQuiet, 1.2, true);
     std::vector<Point> line(256);
     for (int i = 0; i < 256; ++i)
-        line[i] = {x0 + (x1 - x0) * i / 255, y0 + (y1 - y0) * c.gains[i] / ceiling};
-    canvas.path(line, blue, 2);
-    canvas.frame({x0, y1}, x1 - x0, y0 - y1, quiet);
-    canvas.text({(x0 + x1) / 2, y0 + 36}, "entry (254 is the full scale of the input)", ink, 13, Align::centre);
-    canvas.text_upwards({panel + 10, (y0 + y1) / 2}, "gain: output / input, of full scale", ink, 13);
+        line[i] = {kX0 + (kX1 - kX0) * i / 255, kY0 + (kY1 - kY0) * c.gains[i] / ceiling};
+    canvas.path(line, kBlue, 2);
+    canvas.frame({kX0, kY1}, kX1 - kX0, kY0 - kY1, kQuiet);
+    canvas.text({(kX0 + kX1) / 2, kY0 + 36}, "entry (254 is the full scale of the input)", kInk, 13, Align::kCentre);
+    canvas.text_upwards({kPanel + 10, (kY0 + kY1) / 2}, "gain: output / input, of full scale", kInk, 13);
 }
 
 } // namespace
 
 void draw_curve(const std::string& path, const std::string& name, const FrameCurve& curve) {
-    Canvas canvas(path, width, height);
-    const LuminanceAxis in(round_up(std::max(curve.full_scale, curve.scene_peak) * 1.05), left, right);
-    const LuminanceAxis out(curve.target * 1.4, bottom, top);
-    canvas.text({left, 36}, name + ", frame " + std::to_string(curve.frame), ink, 20, Align::left, true);
-    canvas.text({left, 62},
-                (curve.origin == RecordOrigin::previous ? "record of the frame before; " : "") + derivation(curve),
-                quiet, 15);
+    Canvas canvas(path, kWidth, kHeight);
+    const LuminanceAxis in(round_up(std::max(curve.full_scale, curve.scene_peak) * 1.05), kLeft, kRight);
+    const LuminanceAxis out(curve.target * 1.4, kBottom, kTop);
+    canvas.text({kLeft, 36}, name + ", frame " + std::to_string(curve.frame), kInk, 20, Align::kLeft, true);
+    canvas.text({kLeft, 62},
+                (curve.origin == RecordOrigin::kPrevious ? "record of the frame before; " : "") + derivation(curve),
+                kQuiet, 15);
     draw_axes(canvas, in, out);
-    canvas.clip({left, top}, right - left, bottom - top);
+    canvas.clip({kLeft, kTop}, kRight - kLeft, kBottom - kTop);
     draw_lines(canvas, curve, in, out);
     draw_points(canvas, curve, in, out);
     canvas.unclip();

@@ -10,18 +10,18 @@ namespace {
 
 using namespace colours;
 
-constexpr int width = 1280, height = 680;
-constexpr int left = 86, right = 1080, top = 84, bottom = 580;
+constexpr int kWidth = 1280, kHeight = 680;
+constexpr int kLeft = 86, kRight = 1080, kTop = 84, kBottom = 580;
 
 /// Dark blue over green to yellow: even steps of lightness, also for the colour-blind.
 Colour shade(double part) {
-    constexpr Colour stops[] = {{0.10, 0.07, 0.25}, {0.20, 0.28, 0.55}, {0.13, 0.50, 0.55},
-                                {0.25, 0.70, 0.42}, {0.65, 0.84, 0.22}, {0.99, 0.91, 0.30}};
-    const double at = std::clamp(part, 0.0, 1.0) * (std::size(stops) - 1);
-    const size_t i = std::min<size_t>(static_cast<size_t>(at), std::size(stops) - 2);
+    constexpr Colour kStops[] = {{0.10, 0.07, 0.25}, {0.20, 0.28, 0.55}, {0.13, 0.50, 0.55},
+                                 {0.25, 0.70, 0.42}, {0.65, 0.84, 0.22}, {0.99, 0.91, 0.30}};
+    const double at = std::clamp(part, 0.0, 1.0) * (std::size(kStops) - 1);
+    const size_t i = std::min<size_t>(static_cast<size_t>(at), std::size(kStops) - 2);
     const double t = at - static_cast<double>(i);
     const auto mix = [t](double a, double b) { return a + (b - a) * t; };
-    return {mix(stops[i].r, stops[i + 1].r), mix(stops[i].g, stops[i + 1].g), mix(stops[i].b, stops[i + 1].b)};
+    return {mix(kStops[i].r, kStops[i + 1].r), mix(kStops[i].g, kStops[i + 1].g), mix(kStops[i].b, kStops[i + 1].b)};
 }
 
 uint32_t packed(Colour colour) {
@@ -40,39 +40,39 @@ size_t round_step(size_t range, size_t count) {
 class Strip {
 public:
     Strip(Canvas& canvas, const std::vector<FrameCurve>& curves)
-        : canvas_(canvas), curves_(curves), columns_(std::min<size_t>(curves.size(), right - left)),
+        : canvas_(canvas), curves_(curves), columns_(std::min<size_t>(curves.size(), kRight - kLeft)),
           in_(1.1 * std::max_element(curves.begin(), curves.end(),
                                      [](const auto& a, const auto& b) { return a.full_scale < b.full_scale; })
                         ->full_scale,
-              bottom, top) {}
+              kBottom, kTop) {}
 
     void draw() {
         draw_shades();
         for (const double level : {1.0, 10.0, 50.0, 100.0, 200.0})
             draw_level(level);
-        draw_over_time(red, 2.5, true, [](const FrameCurve& c) { return c.scene_peak; });
-        draw_over_time(orange, 2.5, false, [](const FrameCurve& c) { return c.curve.f_knee_point_x * c.full_scale; });
+        draw_over_time(kRed, 2.5, true, [](const FrameCurve& c) { return c.scene_peak; });
+        draw_over_time(kOrange, 2.5, false, [](const FrameCurve& c) { return c.curve.f_knee_point_x * c.full_scale; });
         draw_axes();
         draw_scale();
     }
 
 private:
     double column_start(size_t column) const {
-        return left + (right - left) * static_cast<double>(column) / static_cast<double>(columns_);
+        return kLeft + (kRight - kLeft) * static_cast<double>(column) / static_cast<double>(columns_);
     }
     const FrameCurve& at(size_t column) const { return curves_[column * curves_.size() / columns_]; }
 
     void draw_shades() {
-        constexpr int across = right - left, down = bottom - top;
-        std::vector<uint32_t> pixels(size_t{across} * down);
-        for (int x = 0; x < across; ++x) {
-            const FrameCurve& curve = at(static_cast<size_t>(x) * columns_ / across);
+        constexpr int kAcross = kRight - kLeft, kDown = kBottom - kTop;
+        std::vector<uint32_t> pixels(size_t{kAcross} * kDown);
+        for (int x = 0; x < kAcross; ++x) {
+            const FrameCurve& curve = at(static_cast<size_t>(x) * columns_ / kAcross);
             const double highest = pq_from_luminance(curve.target);
-            for (int y = 0; y < down; ++y)
-                pixels[size_t{across} * y + x] =
-                    packed(shade(pq_from_luminance(curve.output(in_.luminance(top + y + 0.5))) / highest));
+            for (int y = 0; y < kDown; ++y)
+                pixels[size_t{kAcross} * y + x] =
+                    packed(shade(pq_from_luminance(curve.output(in_.luminance(kTop + y + 0.5))) / highest));
         }
-        canvas_.image({left, top}, pixels, across);
+        canvas_.image({kLeft, kTop}, pixels, kAcross);
     }
 
     template <typename Luminance>
@@ -94,51 +94,52 @@ private:
                 (curve.output((low + high) / 2) < level ? low : high) = (low + high) / 2;
             return high;
         };
-        draw_over_time(ink, 1, false, input);
-        canvas_.text({right + 8, in_.position(input(curves_.back())) + 5}, "\u2192 " + luminance_text(level), ink, 13);
+        draw_over_time(kInk, 1, false, input);
+        canvas_.text({kRight + 8, in_.position(input(curves_.back())) + 5}, "\u2192 " + luminance_text(level), kInk,
+                     13);
     }
 
     void draw_axes() {
         for (const double tick : in_.ticks(24)) {
             const double y = in_.position(tick);
-            canvas_.line({left - 5, y}, {left, y}, quiet);
-            canvas_.text({left - 9, y + 5}, luminance_text(tick), ink, 14, Align::right);
+            canvas_.line({kLeft - 5, y}, {kLeft, y}, kQuiet);
+            canvas_.text({kLeft - 9, y + 5}, luminance_text(tick), kInk, 14, Align::kRight);
         }
         const size_t frames = curves_.size();
         for (size_t i = 0; i < frames; i += round_step(frames, 14)) {
-            const double x = left + (right - left) * (static_cast<double>(i) + 0.5) / static_cast<double>(frames);
-            canvas_.line({x, bottom}, {x, bottom + 5}, quiet);
-            canvas_.text({x, bottom + 22}, std::to_string(curves_[i].frame), ink, 14, Align::centre);
+            const double x = kLeft + (kRight - kLeft) * (static_cast<double>(i) + 0.5) / static_cast<double>(frames);
+            canvas_.line({x, kBottom}, {x, kBottom + 5}, kQuiet);
+            canvas_.text({x, kBottom + 22}, std::to_string(curves_[i].frame), kInk, 14, Align::kCentre);
         }
-        canvas_.frame({left, top}, right - left, bottom - top, quiet);
-        canvas_.text({(left + right) / 2.0, bottom + 46}, "frame", ink, 15, Align::centre);
-        canvas_.text_upwards({28, (top + bottom) / 2.0}, "input luminance in cd/m\u00b2 (PQ-spaced)", ink, 15);
-        double x = left;
+        canvas_.frame({kLeft, kTop}, kRight - kLeft, kBottom - kTop, kQuiet);
+        canvas_.text({(kLeft + kRight) / 2.0, kBottom + 46}, "frame", kInk, 15, Align::kCentre);
+        canvas_.text_upwards({28, (kTop + kBottom) / 2.0}, "input luminance in cd/m\u00b2 (PQ-spaced)", kInk, 15);
+        double x = kLeft;
         const auto entry = [&](Colour colour, bool dashed, const std::string& label, double advance) {
-            canvas_.fill({x, bottom + 66}, 40, 14, shade(0.25));
-            canvas_.line({x, bottom + 73}, {x + 40, bottom + 73}, colour, 2.5, dashed);
-            canvas_.text({x + 48, bottom + 78}, label, ink, 14);
+            canvas_.fill({x, kBottom + 66}, 40, 14, shade(0.25));
+            canvas_.line({x, kBottom + 73}, {x + 40, kBottom + 73}, colour, 2.5, dashed);
+            canvas_.text({x + 48, kBottom + 78}, label, kInk, 14);
             x += advance;
         };
-        entry(red, true, "scene peak", 180);
-        entry(orange, false, "knee", 140);
-        canvas_.line({x, bottom + 73}, {x + 40, bottom + 73}, ink, 1);
-        canvas_.text({x + 48, bottom + 78}, "equal output; the numbers at the right are cd/m\u00b2", ink, 14);
+        entry(kRed, true, "scene peak", 180);
+        entry(kOrange, false, "knee", 140);
+        canvas_.line({x, kBottom + 73}, {x + 40, kBottom + 73}, kInk, 1);
+        canvas_.text({x + 48, kBottom + 78}, "equal output; the numbers at the right are cd/m\u00b2", kInk, 14);
     }
 
     /// What the shades mean.
     void draw_scale() {
-        constexpr double x = 1160, bar = 24;
+        constexpr double kX = 1160, kBar = 24;
         const double target = curves_.back().target;
-        const LuminanceAxis out(target, bottom, top);
-        for (int y = top; y < bottom; ++y)
-            canvas_.fill({x, y}, bar, 1, shade(static_cast<double>(bottom - y) / (bottom - top)));
-        canvas_.frame({x, top}, bar, bottom - top, quiet);
+        const LuminanceAxis out(target, kBottom, kTop);
+        for (int y = kTop; y < kBottom; ++y)
+            canvas_.fill({kX, y}, kBar, 1, shade(static_cast<double>(kBottom - y) / (kBottom - kTop)));
+        canvas_.frame({kX, kTop}, kBar, kBottom - kTop, kQuiet);
         for (const double tick : out.ticks(24))
-            if (out.position(tick) > top + 18)
-                canvas_.text({x + bar + 7, out.position(tick) + 5}, luminance_text(tick), ink, 14);
-        canvas_.text({x + bar + 7, top + 5}, luminance_text(target), ink, 14);
-        canvas_.text_upwards({x + bar + 58, (top + bottom) / 2.0}, "output luminance in cd/m\u00b2", ink, 15);
+            if (out.position(tick) > kTop + 18)
+                canvas_.text({kX + kBar + 7, out.position(tick) + 5}, luminance_text(tick), kInk, 14);
+        canvas_.text({kX + kBar + 7, kTop + 5}, luminance_text(target), kInk, 14);
+        canvas_.text_upwards({kX + kBar + 58, (kTop + kBottom) / 2.0}, "output luminance in cd/m\u00b2", kInk, 15);
     }
 
     Canvas& canvas_;
@@ -150,15 +151,15 @@ private:
 } // namespace
 
 void draw_strip(const std::string& path, const std::string& name, const std::vector<FrameCurve>& curves) {
-    Canvas canvas(path, width, height);
-    canvas.text({left, 36}, name + ": tone curves over time", ink, 20, Align::left, true);
-    const auto defaults =
-        std::count_if(curves.begin(), curves.end(), [](const FrameCurve& c) { return c.origin == RecordOrigin::none; });
-    canvas.text({left, 62},
+    Canvas canvas(path, kWidth, kHeight);
+    canvas.text({kLeft, 36}, name + ": tone curves over time", kInk, 20, Align::kLeft, true);
+    const auto defaults = std::count_if(curves.begin(), curves.end(),
+                                        [](const FrameCurve& c) { return c.origin == RecordOrigin::kNone; });
+    canvas.text({kLeft, 62},
                 "display of " + luminance_text(curves.front().target) + " cd/m\u00b2, frames " +
                     std::to_string(curves.front().frame) + " to " + std::to_string(curves.back().frame) +
                     (defaults > 0 ? ", " + std::to_string(defaults) + " of them before the first record" : ""),
-                quiet, 15);
+                kQuiet, 15);
     Strip(canvas, curves).draw();
     canvas.save();
 }

@@ -5,7 +5,7 @@
 namespace lumivert::tool {
 namespace {
 
-constexpr int steps = 4096;
+constexpr int kSteps = 4096;
 
 } // namespace
 
@@ -25,13 +25,13 @@ void FrameCurve::make_gains(float* table, unsigned size) const {
 
 double FrameCurve::output(double input) const {
     if (fine_.empty()) {
-        fine_.resize(steps + 2);
-        make_gains(fine_.data(), steps + 2);
+        fine_.resize(kSteps + 2);
+        make_gains(fine_.data(), kSteps + 2);
     }
-    const double at = std::min(input / full_scale, 1.0) * steps;
+    const double at = std::min(input / full_scale, 1.0) * kSteps;
     const auto entry = static_cast<int>(at);
     const double part = at - entry;
-    return at / steps * (fine_[entry] * (1 - part) + fine_[entry + 1] * part) * target;
+    return at / kSteps * (fine_[entry] * (1 - part) + fine_[entry + 1] * part) * target;
 }
 
 double FrameCurve::output_by_table(double input) const {

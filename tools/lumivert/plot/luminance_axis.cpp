@@ -7,19 +7,19 @@
 namespace lumivert::tool {
 namespace {
 
-constexpr double m1 = 2610.0 / 16384, m2 = 2523.0 / 4096 * 128, c1 = 3424.0 / 4096, c2 = 2413.0 / 4096 * 32,
-                 c3 = 2392.0 / 4096 * 32, pq_peak = 10000;
+constexpr double kM1 = 2610.0 / 16384, kM2 = 2523.0 / 4096 * 128, kC1 = 3424.0 / 4096, kC2 = 2413.0 / 4096 * 32,
+                 kC3 = 2392.0 / 4096 * 32, kPqPeak = 10000;
 
 } // namespace
 
 double pq_from_luminance(double cd_m2) {
-    const double y = std::pow(std::max(cd_m2, 0.0) / pq_peak, m1);
-    return std::pow((c1 + c2 * y) / (1 + c3 * y), m2);
+    const double y = std::pow(std::max(cd_m2, 0.0) / kPqPeak, kM1);
+    return std::pow((kC1 + kC2 * y) / (1 + kC3 * y), kM2);
 }
 
 double luminance_from_pq(double signal) {
-    const double e = std::pow(std::max(signal, 0.0), 1 / m2);
-    return pq_peak * std::pow(std::max(e - c1, 0.0) / (c2 - c3 * e), 1 / m1);
+    const double e = std::pow(std::max(signal, 0.0), 1 / kM2);
+    return kPqPeak * std::pow(std::max(e - kC1, 0.0) / (kC2 - kC3 * e), 1 / kM1);
 }
 
 std::string luminance_text(double cd_m2) {
@@ -45,10 +45,10 @@ double LuminanceAxis::luminance(double position) const {
 
 std::vector<double> LuminanceAxis::ticks(double distance) const {
     // The decades first, then what fits between them.
-    constexpr double wanted[] = {0,  10000, 1000, 100, 10,  1,   0.1, 4000, 2000, 500,  200,
-                                 50, 20,    5,    2,   0.5, 300, 30,  600,  400,  0.01, 0.02};
+    constexpr double kWanted[] = {0,  10000, 1000, 100, 10,  1,   0.1, 4000, 2000, 500,  200,
+                                  50, 20,    5,    2,   0.5, 300, 30,  600,  400,  0.01, 0.02};
     std::vector<double> chosen;
-    for (const double tick : wanted) {
+    for (const double tick : kWanted) {
         const auto too_close = [&](double other) { return std::abs(position(other) - position(tick)) < distance; };
         if (tick <= top_ && std::none_of(chosen.begin(), chosen.end(), too_close)) chosen.push_back(tick);
     }
