@@ -8,14 +8,16 @@
 
 #include <android/log.h>
 
+#include "android_log_sink.h"
+
 namespace {
 
 std::mutex g_mutex;
 std::vector<LogCapture::Line> g_lines;
 
-void collect(const __android_logger_data* data, const char* message) {
+void collect(int priority, const char* tag, const char* message) {
     const std::lock_guard lock(g_mutex);
-    g_lines.push_back({data->priority, data->tag == nullptr ? "" : data->tag, message});
+    g_lines.push_back({priority, tag == nullptr ? "" : tag, message});
 }
 
 } // namespace
@@ -34,7 +36,7 @@ extern "C" void __android_log_assert(const char* condition, const char* tag, con
 LogCapture::LogCapture() {
     clear();
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
-    __android_log_set_logger(collect);
+    lumivert::platform::set_log_sink<collect>();
 }
 
 LogCapture::~LogCapture() {

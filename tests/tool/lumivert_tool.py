@@ -26,7 +26,7 @@ class ToolTest(unittest.TestCase):
 
     def lumivert(self, *arguments, status=DONE, stdin=b"", **options):
         """Runs the tool, expects its exit status, gives back (standard output, lines of standard error)."""
-        result = subprocess.run([LUMIVERT, *arguments], input=stdin, capture_output=True, timeout=200, **options)
+        result = subprocess.run([LUMIVERT, *arguments], input=stdin, capture_output=True, timeout=1500, **options)
         lines = result.stderr.decode().replace("x265 [error]: Failed to genrate CPU mask\n", "")  # where /sys is missing
         self.assertEqual(result.returncode, status, f"{arguments}: {lines}")
         for line in lines.splitlines():

@@ -99,7 +99,7 @@ class Outputs(ToolTest):
                                     stdin=subprocess.PIPE, stderr=subprocess.PIPE)
             tool.stdin.write(bytes(64 * 64 * 3))
             tool.stdin.flush()
-            deadline = time.monotonic() + 60
+            deadline = time.monotonic() + 1500
             while not os.listdir() and time.monotonic() < deadline:
                 time.sleep(0.01)
             self.assertTrue(os.listdir())

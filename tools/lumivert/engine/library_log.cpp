@@ -6,6 +6,7 @@
 
 #include <android/log.h>
 
+#include "android_log_sink.h"
 #include "io/cleanup.h"
 #include "report.h"
 
@@ -23,11 +24,11 @@ bool is_routine(const char* message) {
     return false;
 }
 
-void on_line(const __android_logger_data* data, const char* message) {
+void on_line(int priority, const char* /*tag*/, const char* message) {
     std::string line = message;
     while (!line.empty() && (line.back() == '\n' || line.back() == ' '))
         line.pop_back();
-    if (data->priority >= ANDROID_LOG_ERROR && !is_routine(message)) {
+    if (priority >= ANDROID_LOG_ERROR && !is_routine(message)) {
         ++errors;
         tell(line);
     } else {
@@ -42,7 +43,7 @@ void on_abort(const char* message) {
 } // namespace
 
 void take_over_library_log() {
-    __android_log_set_logger(on_line);
+    platform::set_log_sink<on_line>();
     __android_log_set_aborter(on_abort);
     __android_log_set_minimum_priority(verbose ? ANDROID_LOG_DEBUG : ANDROID_LOG_INFO);
 }

@@ -108,7 +108,7 @@ void ClipReader::describe(const AVFrame& first) {
     info_.time_base = stream.time_base;
     info_.sample_aspect_ratio = av_guess_sample_aspect_ratio(demuxer_.get(), &stream, nullptr);
     info_.frames = frame_count(stream, *demuxer_);
-    if (const uint8_t* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr))
+    if (const uint8_t* matrix = side_data_of(stream, AV_PKT_DATA_DISPLAYMATRIX))
         info_.display_matrix.assign(reinterpret_cast<const int32_t*>(matrix),
                                     reinterpret_cast<const int32_t*>(matrix) + 9);
     info_.static_metadata = static_metadata_of(first);

@@ -92,7 +92,7 @@ private:
     void add_rotation(const ClipInfo& clip) {
         if (clip.display_matrix.empty()) return;
         const size_t bytes = clip.display_matrix.size() * sizeof(int32_t);
-        if (uint8_t* data = av_stream_new_side_data(stream_, AV_PKT_DATA_DISPLAYMATRIX, bytes))
+        if (uint8_t* data = add_side_data(*stream_, AV_PKT_DATA_DISPLAYMATRIX, bytes))
             memcpy(data, clip.display_matrix.data(), bytes);
     }
 

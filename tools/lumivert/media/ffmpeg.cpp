@@ -51,6 +51,28 @@ std::string take_ffmpeg_errors() {
     return count == 0 ? "" : "FFmpeg reported " + counted(count, "error") + ", the first: " + first;
 }
 
+#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(60, 31, 100) // 6.1
+const uint8_t* side_data_of(const AVStream& stream, AVPacketSideDataType type) {
+    const AVCodecParameters& codec = *stream.codecpar;
+    const auto* found = av_packet_side_data_get(codec.coded_side_data, codec.nb_coded_side_data, type);
+    return found != nullptr ? found->data : nullptr;
+}
+
+uint8_t* add_side_data(AVStream& stream, AVPacketSideDataType type, size_t bytes) {
+    AVCodecParameters& codec = *stream.codecpar;
+    auto* added = av_packet_side_data_new(&codec.coded_side_data, &codec.nb_coded_side_data, type, bytes, 0);
+    return added != nullptr ? added->data : nullptr;
+}
+#else
+const uint8_t* side_data_of(const AVStream& stream, AVPacketSideDataType type) {
+    return av_stream_get_side_data(&stream, type, nullptr);
+}
+
+uint8_t* add_side_data(AVStream& stream, AVPacketSideDataType type, size_t bytes) {
+    return av_stream_new_side_data(&stream, type, bytes);
+}
+#endif
+
 int check(int result, const std::string& path) {
     if (result >= 0) return result;
     char reason[AV_ERROR_MAX_STRING_SIZE] = {};

@@ -45,6 +45,11 @@ struct QuietFfmpeg {
 /// "3 errors, the first: ..." since the last call; empty when there were none.
 std::string take_ffmpeg_errors();
 
+/// The whole stream's side data of a type, null if there is none; and a new block of it to fill. FFmpeg 6.1 moved it
+/// from the stream to the codec parameters.
+const uint8_t* side_data_of(const AVStream& stream, AVPacketSideDataType type);
+uint8_t* add_side_data(AVStream& stream, AVPacketSideDataType type, size_t bytes);
+
 /// Throws "PATH: reason (what FFmpeg logged)" for a negative result; else gives it back.
 int check(int result, const std::string& path);
 
