@@ -5,11 +5,11 @@
 // Kernel                                 Global size     One work-item
 // rgba8888_to_p010, _to_nv12, _to_nv21   (W / 4, H / 2)  a block of 4 pixels by 2 rows with its two chroma pairs
 // p010_to_rgba8888                       (W / 4, H / 2)  such a block
-// p010_to_rgba8888_process_10plus_clut   (W, H)          one pixel; converts its block into in_rgba on the way
+// p010_to_rgba8888_process_10plus_clut   (W, H)          one pixel; its PQ form stays in in_rgba
 // process_10plus_clut                    (W, H)          one pixel
 //
-// The block kernels leave what lies beyond the last whole block alone. The fused kernel (the last but one) converts
-// whole blocks, so its planes and in_rgba need whole blocks even where W and H are not multiples of 4 and 2.
+// The block kernels leave what lies beyond the last whole block alone. The fused kernel (the last but one) writes
+// every pixel and nothing else; of the chroma plane it reads the pairs of whole 2x2 blocks, even where W or H is odd.
 
 __kernel void rgba8888_to_p010(__global uchar* in_rgba, __global ushort* p_y, __global ushort* p_uv, const int _W)
 {
@@ -42,22 +42,28 @@ __kernel void rgba8888_to_nv21(__global uchar* in_rgba, __global uchar* p_y, __g
 // Black stays at code 64, 16 in RGBA: no luma offset is taken off here.
 __kernel void p010_to_rgba8888(__global ushort* p_010_y, __global ushort* p_010_uv, __global uchar* out_rgba, int width)
 {
-    p010_block_to_rgba(calc_ushort_ptr(p_010_y, 2 * width, 4), calc_ushort_ptr(p_010_uv, width, 4),
-                       calc_uchar_ptr(out_rgba, 8 * width, 16), width, 0, 0, 0);
+    __global const ushort* const luma = calc_ushort_ptr(p_010_y, 2 * width, 4);
+    __global const ushort* const chroma = calc_ushort_ptr(p_010_uv, width, 4);
+    __global uint* const pixels = (__global uint*)calc_uchar_ptr(out_rgba, 8 * width, 16);
+    for (uint column = 0; column < 4; ++column) {
+        const uint pair = load_chroma_pair(chroma + (column & 2));
+        pixels[column] = p010_to_pixel(luma[column], pair, 0);
+        pixels[width + column] = p010_to_pixel(luma[width + column], pair, 0);
+    }
 }
 
-// The two stages below and above in one launch. Each of a block's eight work-items converts and writes the whole block,
-// which saves a launch and a barrier; it then goes on with its own pixel.
+// The stages above and below in one launch, each work-item for its own pixel alone.
 __kernel void p010_to_rgba8888_process_10plus_clut(__global ushort* p_010_y, __global ushort* p_010_uv,
                                                    __global uchar* in_rgba, int width, int height,
                                                    __global uchar* out_rgba, const float normalize_x,
                                                    const float knee_x, __global float* dtm_lut)
 {
     const size_t x = get_global_id(0), y = get_global_id(1);
-    const uint pixel = p010_block_to_rgba(calc_ushort_ptr_modified(p_010_y, 2 * width, 4),
-                                          calc_ushort_ptr_modified(p_010_uv, width, 4),
-                                          calc_uchar_ptr_modified(in_rgba, 8 * width, 16), width, 64, x, y);
-    ((__global uint*)out_rgba)[y * width + x] = tone_map(pixel, normalize_x, knee_x, dtm_lut);
+    const size_t at = y * width + x;
+    const uint pair = load_chroma_pair(calc_ushort_ptr_modified(p_010_uv, width, 4) + (x & 2));
+    const uint pixel = p010_to_pixel(p_010_y[at], pair, 64);
+    ((__global uint*)in_rgba)[at] = pixel;
+    ((__global uint*)out_rgba)[at] = tone_map(pixel, normalize_x, knee_x, dtm_lut);
 }
 
 __kernel void process_10plus_clut(__global uchar* in_rgba, __global uchar* out_rgba, const float normalize_x,

@@ -86,37 +86,31 @@ static inline void store_yuv8(int8 y, ushort4 chroma, __global uchar* p_y, __glo
 // Fast: small vectors would keep a CPU device's compiler from vectorising across work-items, which is several times
 // faster. Only the powers take a vector: as library calls they cost the same for three lanes as for one.
 
+// Fast: one load for a chroma pair at any address.
+typedef struct __attribute__((packed)) {
+    uint v;
+} unaligned_uint;
+
+static inline uint load_chroma_pair(__global const ushort* p_uv)
+{
+    return ((__global const unaligned_uint*)p_uv)->v;
+}
+
 // R, G or B of one pixel: 10-bit luma plus its chroma term, to 8 bits.
 static inline uint channel_of(float luma, float chroma)
 {
     return (int)clamp((luma + chroma) * 0.25f, 0.0f, 255.0f);
 }
 
-// Converts the block at these addresses, BT.2020 without range expansion, one chroma pair for 2x2 pixels. `black` is
-// the luma code that becomes 0. Returns the pixel in column x & 3 of row y & 1, from the register.
-static inline uint p010_block_to_rgba(__global const ushort* p_y, __global const ushort* p_uv, __global uchar* rgba,
-                                      int width, int black, uint x, uint y)
+// One pixel from its luma word and its chroma pair (Cb in the lower half), BT.2020 without range expansion. `black` is
+// the luma code that becomes 0.
+static inline uint p010_to_pixel(ushort word, uint pair, int black)
 {
-    __global uint* const pixels = (__global uint*)rgba;
-    uint own = 0;
-    __attribute__((opencl_unroll_hint))
-    for (uint pair = 0; pair < 4; pair += 2) {
-        const float cb = (p_uv[pair] >> 6) - 512;
-        const float cr = (p_uv[pair + 1] >> 6) - 512;
-        const float t0 = 1.47460f * cr;
-        const float t1 = -0.16455f * cb - 0.57135f * cr;
-        const float t2 = 1.88140f * cb;
-        __attribute__((opencl_unroll_hint))
-        for (uint i = 0; i < 4; ++i) {
-            const uint row = i / 2, column = pair + i % 2;
-            const float luma = (p_y[row * width + column] >> 6) - black;
-            const uint pixel =
-                channel_of(luma, t0) | channel_of(luma, t1) << 8 | channel_of(luma, t2) << 16 | 0xff000000u;
-            pixels[row * width + column] = pixel;
-            if (row == (y & 1) && column == (x & 3)) own = pixel;
-        }
-    }
-    return own;
+    const float luma = (word >> 6) - black;
+    const float cb = (int)(pair >> 6 & 1023) - 512;
+    const float cr = (int)(pair >> 22) - 512;
+    return channel_of(luma, 1.47460f * cr) | channel_of(luma, -0.16455f * cb - 0.57135f * cr) << 8 |
+           channel_of(luma, 1.88140f * cb) << 16 | 0xff000000u;
 }
 
 // ST 2084 EOTF between its two powers.

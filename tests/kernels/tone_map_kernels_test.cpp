@@ -3,8 +3,8 @@
 #include "kernels/device.h"
 #include "kernels/oracle.h"
 
-// The HDR10+ tone map against a computation per pixel in double precision; fused with the conversion from P010 it is
-// part of the engine's frames.
+// The HDR10+ tone map against a computation per pixel in double precision. Fused with the conversion from P010 it is
+// part of the engine's frames; here it is held against the form in which it is described.
 
 namespace lumivert::test {
 namespace {
@@ -49,6 +49,45 @@ TEST(ToneMap, KneesOutOfRangeStayInsideTheTable) {
     const float infinity = std::numeric_limits<float>::infinity();
     for (const float knee_x : {1e30F, -1e30F, infinity, std::numeric_limits<float>::quiet_NaN()})
         EXPECT_EQ(grey(knee_x)[3], 255) << knee_x;
+}
+
+/// The fused kernel as it is described: each of a block's eight work-items converts and writes all eight pixels, then
+/// reads its own one back. Pixels outside the picture, where a block is only partly inside, are not written.
+constexpr char kWholeBlocks[] = R"CL(
+    __kernel void whole_blocks(__global ushort* p_y, __global ushort* p_uv, __global uchar* in_rgba, int width,
+                               int height, __global uchar* out_rgba, const float normalize_x, const float knee_x,
+                               __global float* dtm_lut)
+    {
+        const int x = get_global_id(0), y = get_global_id(1);
+        __global uint* const pixels = (__global uint*)in_rgba;
+        for (int row = y / 2 * 2; row < min(y / 2 * 2 + 2, height); ++row)
+            for (int column = x / 4 * 4; column < min(x / 4 * 4 + 4, width); ++column) {
+                const __global ushort* const pair = p_uv + row / 2 * width + column / 2 * 2;
+                const uint word = p_y[row * width + column];
+                pixels[row * width + column] = p010_to_pixel(word, pair[0] | (uint)pair[1] << 16, 64);
+            }
+        ((__global uint*)out_rgba)[y * width + x] = tone_map(pixels[y * width + x], normalize_x, knee_x, dtm_lut);
+    })CL";
+
+TEST(FusedToneMap, WritesWhatWholeBlocksDo) {
+    Device device("-cl-fast-relaxed-math", kWholeBlocks);
+    const Curve curve = curves()[0];
+    for (const Picture& picture : pictures(1023, true)) {
+        for (const auto& [width, height] : {std::pair{4, 2}, {1, 1}, {3, 5}, {6, 4}, {13, 7}, {64, 32}, {203, 67}}) {
+            // Both forms read the chroma of whole blocks.
+            const P010 frame(width, height + 3, picture);
+            Plane<uint16_t> y(frame.y), uv(frame.uv);
+            Plane<float> gains(curve.gains);
+            const auto convert = [&](const char* kernel) {
+                const size_t bytes = size_t(4) * width * height;
+                std::array<Plane<uint8_t>, 2> rgba = {Plane<uint8_t>(bytes, 0x55), Plane<uint8_t>(bytes, 0x55)};
+                device.run(kernel, {size_t(width), size_t(height)}, y, uv, rgba[0], cl_int(width), cl_int(height),
+                           rgba[1], curve.normalize_x, curve.knee_x, gains);
+                return std::array{rgba[0].copy(), rgba[1].copy()};
+            };
+            EXPECT_EQ(convert("p010_to_rgba8888_process_10plus_clut"), convert("whole_blocks")) << frame.name;
+        }
+    }
 }
 
 } // namespace
