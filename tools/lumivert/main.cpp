@@ -2,7 +2,6 @@
 #include <iostream>
 
 #include "commands/commands.h"
-#include "engine/library_log.h"
 #include "error.h"
 #include "io/cleanup.h"
 #include "media/ffmpeg.h"
@@ -25,7 +24,6 @@ int run(int argc, char** argv) {
         return kFailed;
     }
     collect_ffmpeg_log();
-    take_over_library_log();
     for (const auto& [command, execute] : added)
         if (command->parsed()) {
             set_command(command->get_name());

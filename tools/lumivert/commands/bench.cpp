@@ -101,8 +101,8 @@ Subject copy_of_a_frame(const Geometry& geometry) {
     return {"memcpy", kQuick, [=] { std::memcpy(to->data(), from->data(), bytes); }};
 }
 
-Subject whole_path(const Path& path, const Geometry& geometry, const Device& device) {
-    const auto converter = std::make_shared<Converter>(geometry, path.mode, path.entry, device);
+Subject whole_path(const Path& path, const Geometry& geometry, const Environment& environment) {
+    const auto converter = std::make_shared<Converter>(geometry, path.mode, path.entry, environment);
     const auto in = std::make_shared<Planes>(P010_LINEAR, geometry),
                out = std::make_shared<Planes>(path.format, geometry);
     fill_with_noise(*in);
@@ -111,19 +111,20 @@ Subject whole_path(const Path& path, const Geometry& geometry, const Device& dev
             }};
 }
 
-Subject rgba_stage(const char* name, const Geometry& geometry, _Image_ColorFormat format) {
-    const auto stage = std::make_shared<RgbaStage>(geometry, format);
+Subject rgba_stage(const char* name, const Geometry& geometry, _Image_ColorFormat format, const std::string& program) {
+    const auto stage = std::make_shared<RgbaStage>(geometry, format, program);
     return {name, kQuick, [=] { stage->run(); }};
 }
 
 /// The first is the copy, which others are compared with.
-std::vector<Subject> subjects(const Geometry& geometry, const Device& device, const Options& options) {
+std::vector<Subject> subjects(const Geometry& geometry, const Environment& environment, const Options& options) {
     std::vector<Subject> all = {copy_of_a_frame(geometry)};
     for (const Path& path : kPaths)
-        if (options.wants(path.name)) all.push_back(whole_path(path, geometry, device));
-    const Converter leaves_its_program(geometry, Mode::kHdr10plus, Entry::kPool, device); // for the stages
-    if (options.wants("stage.nv12")) all.push_back(rgba_stage("stage.nv12", geometry, NV12));
-    if (options.wants("stage.p010")) all.push_back(rgba_stage("stage.p010", geometry, P010_LINEAR));
+        if (options.wants(path.name)) all.push_back(whole_path(path, geometry, environment));
+    const Converter of_stages(geometry, Mode::kHdr10plus, Entry::kPool, environment);
+    if (options.wants("stage.nv12")) all.push_back(rgba_stage("stage.nv12", geometry, NV12, of_stages.program()));
+    if (options.wants("stage.p010"))
+        all.push_back(rgba_stage("stage.p010", geometry, P010_LINEAR, of_stages.program()));
     return all;
 }
 
@@ -160,10 +161,10 @@ struct Footprint {
 };
 
 /// In a child process: starts a converter, converts a few frames and prints the footprint.
-int be_child(const Options& options, const Device& device) {
+int be_child(const Options& options, const Environment& environment) {
     const Size size = parse_size(options.child);
     const Geometry geometry(size.width, size.height);
-    Converter converter(geometry, Mode::kHdr10plus, Entry::kPool, device);
+    Converter converter(geometry, Mode::kHdr10plus, Entry::kPool, environment);
     const Planes in(P010_LINEAR, geometry), out(NV12, geometry);
     const Record record = default_record(1000, 1000);
     const auto convert = [&] { converter.convert(in, out, &record, {1000, 1000}); };
@@ -244,9 +245,9 @@ void print_table(const std::string& size, const std::vector<Series>& all) {
 }
 
 int run(const Options& options) {
-    choose_device(options.device);
-    const Device device = used_device();
-    if (!options.child.empty()) return be_child(options, device);
+    const Environment environment(options.device);
+    const Device& device = environment.device();
+    if (!options.child.empty()) return be_child(options, environment);
 
     nlohmann::ordered_json document = {{"device",
                                         {{"name", device.name},
@@ -260,7 +261,7 @@ int run(const Options& options) {
                   << ", buffer import " << (device.native_import ? "native" : "emulated") << std::endl;
     for (const std::string& name : options.sizes) {
         const Size size = parse_size(name);
-        const auto all = measure(subjects(Geometry(size.width, size.height), device, options), options.rounds);
+        const auto all = measure(subjects(Geometry(size.width, size.height), environment, options), options.rounds);
         for (auto& entry : to_json(size, all))
             document["results"].push_back(entry);
         if (!options.json) print_table(name, all);

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <numeric>
+#include <optional>
 
 #include "commands/commands.h"
 #include "commands/options.h"
@@ -31,7 +32,6 @@ struct Plan {
     FrameRange frames;
     Luminances luminances;
     RecordsByFrame list; ///< of --metadata FILE
-    Device device;
 };
 
 /// How the samples of an output are meant. The static tables give limited range. After a tone curve, luma is a
@@ -101,10 +101,6 @@ Plan make_plan(const Options& options, FrameSource& source) {
     if (options.interval > 0 && plan.entry == Entry::kRetained)
         throw Error("--interval works with --entry pool; the retained entry converts every frame");
     if (options.interval > 1 && !plan.mode) throw Error("--interval picks frames to convert; mode none converts none");
-    if (plan.mode) {
-        choose_device(options.device);
-        plan.device = used_device();
-    }
     return plan;
 }
 
@@ -126,14 +122,14 @@ std::string metadata_summary(const Plan& plan, const Tally& tally) {
 }
 
 /// The median, because the first frame waits for the driver to finish compiling.
-std::string speed_summary(const Plan& plan, Tally tally) {
+std::string speed_summary(const std::string& device, Tally tally) {
     auto& ms = tally.converting_ms;
     const double sum = std::accumulate(ms.begin(), ms.end(), 0.0);
     const auto middle = ms.begin() + static_cast<ptrdiff_t>(ms.size() / 2);
     std::nth_element(ms.begin(), middle, ms.end());
     char line[200];
     std::snprintf(line, sizeof line, "%.2f ms per frame on %s; %.1f frames/s in all, %.0f %% of the time converting",
-                  *middle, plan.device.name.c_str(), static_cast<double>(ms.size()) / tally.total_s,
+                  *middle, device.c_str(), static_cast<double>(ms.size()) / tally.total_s,
                   100 * sum / 1000 / tally.total_s);
     return line;
 }
@@ -171,8 +167,12 @@ int run(const Options& options) {
     const auto source = open_source(options);
     const ClipInfo& clip = source->info();
     const Plan plan = make_plan(options, *source);
+    std::optional<Environment> environment;
     std::optional<Converter> converter;
-    if (plan.mode) converter.emplace(Geometry(clip.width, clip.height), *plan.mode, plan.entry, plan.device);
+    if (plan.mode) {
+        environment.emplace(options.device);
+        converter.emplace(Geometry(clip.width, clip.height), *plan.mode, plan.entry, *environment);
+    }
     OutputSpec spec;
     spec.path = options.output;
     spec.format = plan.format;
@@ -200,8 +200,7 @@ int run(const Options& options) {
     source->report();
     warn_about(options, plan, tally);
     tell(metadata_summary(plan, tally));
-    if (!converter) return status_so_far();
-    tell(speed_summary(plan, tally));
+    if (environment) tell(speed_summary(environment->device().name, tally));
     return status_so_far();
 }
 

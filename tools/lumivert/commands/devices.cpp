@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/commands.h"
-#include "engine/opencl.h"
+#include "engine/environment.h"
 #include "error.h"
 
 namespace lumivert::tool {
@@ -19,12 +19,11 @@ const char* import_of(const Device& device) {
 }
 
 int run(const Options& options) {
-    choose_device(options.device);
-    used_device(); // no device, or none that matches, is an error
-    const auto devices = list_devices();
+    const Environment environment(options.device);
+    const auto is_used = [&](const Device& device) { return &device == &environment.device(); };
     if (options.json) {
         nlohmann::ordered_json list = nlohmann::ordered_json::array();
-        for (const Device& device : devices)
+        for (const Device& device : environment.devices())
             list.push_back({{"number", device.number},
                             {"platform", device.platform},
                             {"name", device.name},
@@ -32,12 +31,12 @@ int run(const Options& options) {
                             {"version", device.version},
                             {"driver", device.driver},
                             {"buffer_import", import_of(device)},
-                            {"used", device.used}});
+                            {"used", is_used(device)}});
         std::cout << nlohmann::ordered_json{{"devices", list}}.dump(2) << '\n';
         return kDone;
     }
-    for (const Device& device : devices)
-        std::cout << (device.used ? "* " : "  ") << device.number << "  " << device.name << '\n'
+    for (const Device& device : environment.devices())
+        std::cout << (is_used(device) ? "* " : "  ") << device.number << "  " << device.name << '\n'
                   << "       " << device.type << ", " << device.platform << ", " << device.version << ", driver "
                   << device.driver << '\n'
                   << "       buffer import " << import_of(device)

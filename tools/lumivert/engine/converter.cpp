@@ -3,12 +3,9 @@
 #include <chrono>
 #include <cmath>
 
-#include <android-base/properties.h>
-
 #include "engine/library_log.h"
 #include "engine/program_cache.h"
 #include "error.h"
-#include "report.h"
 
 namespace lumivert::tool {
 namespace {
@@ -19,17 +16,16 @@ uint32_t rounded(double value) {
 
 } // namespace
 
-Converter::Converter(const Geometry& geometry, Mode mode, Entry entry, const Device& device)
+Converter::Converter(const Geometry& geometry, Mode mode, Entry entry, const Environment& environment)
     : mode_(mode), entry_(entry) {
     const bool codec2 = entry == Entry::kPool;
-    ProgramCache cache(device, codec2);
-    if (verbose) android::base::SetProperty("vendor.Lumivert.debug.level", "3");
+    ProgramCache cache(environment, codec2);
     const auto start = std::chrono::steady_clock::now();
     const int result = CL_HDR2SDR_ARM_init(geometry.pitch, geometry.height,
                                            mode == Mode::kStaticTable ? HI_JACK : NORMAL, &instance_, codec2);
     init_ms_ = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-    if (result != 1) throw Error("the converter cannot start on " + device.name);
-    cache.seal();
+    if (result != 1) throw Error("the converter cannot start on " + environment.device().name);
+    program_ = cache.seal();
 }
 
 Converter::~Converter() {

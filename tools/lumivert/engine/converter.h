@@ -2,8 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
-#include "engine/opencl.h"
+#include "engine/environment.h"
 #include "frames/plane_pool.h"
 #include "hdr10plus/record.h"
 
@@ -24,7 +25,7 @@ struct Luminances {
 
 class Converter {
 public:
-    Converter(const Geometry& geometry, Mode mode, Entry entry, const Device& device);
+    Converter(const Geometry& geometry, Mode mode, Entry entry, const Environment& environment);
     ~Converter();
     Converter(const Converter&) = delete;
     Converter& operator=(const Converter&) = delete;
@@ -38,12 +39,15 @@ public:
                  int interval = 0);
 
     double init_ms() const { return init_ms_; }
+    /// The file with the compiled program.
+    const std::string& program() const { return program_; }
 
 private:
     Mode mode_;
     Entry entry_;
     void* instance_ = nullptr;
     double init_ms_ = 0;
+    std::string program_;
 };
 
 } // namespace lumivert::tool

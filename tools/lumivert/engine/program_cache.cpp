@@ -1,12 +1,11 @@
 #include "engine/program_cache.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <vector>
 
-#include <android-base/properties.h>
+#include <CL/cl.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -17,7 +16,6 @@ extern "C" {
 }
 
 #include "error.h"
-#include "io/cleanup.h"
 #include "io/output_file.h"
 #include "lumivert/converter.h"
 #include "report.h"
@@ -28,7 +26,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kDigestExtension[] = ".sha256";
-constexpr uintmax_t kRoomNeeded = 16 << 20; // a compiled program and the driver's own cache files
 
 std::string sha256(const std::string& bytes) {
     AVHashContext* hash = nullptr;
@@ -52,18 +49,11 @@ std::string library_of(const void* function) {
     return contents(library.dli_fname);
 }
 
-/// Names a program: another driver, device or build of the library, or of the platform that compiles in its own way,
-/// makes another one.
+/// Names the program of this device, driver, library and host platform: each of them decides what the compiler makes.
 std::string program_name(const Device& device) {
     const std::string libraries = library_of(reinterpret_cast<const void*>(&CL_HDR2SDR_ARM_init)) +
                                   library_of(reinterpret_cast<const void*>(&clCreateProgramWithSource));
     return sha256(device.platform + device.name + device.version + device.driver + libraries).substr(0, 16);
-}
-
-bool usable(const fs::path& folder) {
-    std::error_code error;
-    fs::create_directories(folder, error);
-    return access(folder.c_str(), W_OK | X_OK) == 0 && fs::space(folder, error).available > kRoomNeeded && !error;
 }
 
 std::vector<fs::path> programs(const fs::path& folder) {
@@ -73,53 +63,24 @@ std::vector<fs::path> programs(const fs::path& folder) {
     return found;
 }
 
-/// In the folder above: beside its program, the library could take it for an outdated one and start over.
+/// In the folder above its program: the library takes other files beside its program for outdated programs, deletes
+/// them and starts over.
 fs::path digest_of(const fs::path& program) {
     return program.parent_path().parent_path() / (program.filename().string() + kDigestExtension);
 }
 
 } // namespace
 
-std::string cached_program() {
-    const char* root = std::getenv("ANDROID_DATA");
-    const auto found = programs(fs::path(root != nullptr ? root : "") / "vendor" / "media");
-    if (found.empty()) throw Error("no compiled program");
-    return contents(found.front());
-}
-
-const std::string& cache_folder() {
-    static const std::string chosen = [] {
-        const char* cache = std::getenv("XDG_CACHE_HOME");
-        const char* home = std::getenv("HOME");
-        std::string preferred = cache != nullptr && *cache != '\0'
-                                    ? std::string(cache) + "/lumivert"
-                                    : std::string(home != nullptr ? home : "/nonexistent") + "/.cache/lumivert";
-        if (usable(preferred)) return preferred;
-        for (const char* place : {"/tmp", "/dev/shm"}) {
-            std::string folder = std::string(place) + "/lumivert.XXXXXX";
-            if (mkdtemp(folder.data()) == nullptr) continue;
-            remove_at_exit(folder);
-            if (!usable(folder)) continue;
-            detail(preferred + " cannot be written; compiling the GPU program anew");
-            setenv("POCL_CACHE_DIR", (folder + "/pocl").c_str(), 0); // its own would lie beside ours
-            return folder;
-        }
-        throw Error(preferred + ": no room to keep the compiled GPU program");
-    }();
-    return chosen;
-}
-
-ProgramCache::ProgramCache(const Device& device, bool codec2) {
-    const std::string name = program_name(device);
+ProgramCache::ProgramCache(const Environment& environment, bool codec2) {
+    const std::string name = program_name(environment.device());
     // A folder for each kind of client: the library keeps one program per folder and deletes others.
-    const fs::path root = fs::path(cache_folder()) / (name + (codec2 ? "-c2" : "-omx"));
+    const fs::path root = fs::path(environment.cache_folder()) / (name + (codec2 ? "-c2" : "-omx"));
     const fs::path media = root / "vendor" / "media";
     std::error_code error;
     fs::create_directories(media, error);
     if (error) throw Error(media.string() + ": " + error.message());
     folder_ = media.string();
-    setenv("ANDROID_DATA", root.c_str(), 1);
-    android::base::SetProperty("ro.build.fingerprint", "lumivert/workstation/host:1/1/" + name + ":user/release-keys");
+    environment.set_program_place(root, "lumivert/workstation/host:1/1/" + name + ":user/release-keys");
 
     lock_ = open((root / "lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0666);
     if (lock_ < 0 || flock(lock_, LOCK_EX) != 0) throw system_error((root / "lock").string());
@@ -135,9 +96,11 @@ ProgramCache::~ProgramCache() {
     close(lock_);
 }
 
-void ProgramCache::seal() {
-    for (const fs::path& program : programs(folder_))
+std::string ProgramCache::seal() {
+    const auto left = programs(folder_);
+    for (const fs::path& program : left)
         if (!fs::exists(digest_of(program))) write_document(digest_of(program).string(), sha256(contents(program)));
+    return left.empty() ? "" : left.front().string();
 }
 
 } // namespace lumivert::tool
