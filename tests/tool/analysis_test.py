@@ -116,13 +116,27 @@ class Curve(ToolTest):
         write_scenes("in.json", [bright, dim])
         self.lumivert("curve", "in.json", "--all", "-o", "out.csv")
         rows = list(csv.DictReader(io.StringIO(read("out.csv").decode())))
-        self.assertEqual(len(rows), 2 * 256)
         for frame, peak in (("0", 4000), ("1", 250)):
-            curve = [(float(r["input_cd_m2"]), float(r["output_cd_m2"])) for r in rows if r["frame"] == frame]
-            self.assertEqual(curve[-1], (peak, 250))
+            curve = [(float(r["input_cd_m2"]), float(r["curve_cd_m2"])) for r in rows if r["frame"] == frame]
             self.assertEqual(curve, sorted(curve))
-        for row in rows[256:]:  # 200 cd/m2 on a display of 250: nothing to map
-            self.assertAlmostEqual(float(row["output_cd_m2"]), float(row["input_cd_m2"]), delta=0.01)
+            self.assertEqual(len(curve), 220)
+            self.assertEqual({y for x, y in curve if x >= peak}, {250})
+            self.assertTrue(all(y < 250 for x, y in curve if x < 0.9 * peak))
+        for row in rows[220:]:  # 200 cd/m2 on a display of 250: nothing to map
+            light = min(float(row["input_cd_m2"]), 250)
+            self.assertAlmostEqual(float(row["curve_cd_m2"]), light, delta=0.01)
+
+    def test_values_of_a_known_chain(self):
+        """The converter's default for 1000 cd/m2 on its display of 250, measured on the GPU."""
+        default = scene(LuminanceParameters={"MaxScl": [100000] * 3, "LuminanceDistributions": {
+            "DistributionIndex": [1, 5, 10, 25, 50, 75, 90, 95, 99],
+            "DistributionValues": [13, 0, 13, 322, 782, 1368, 7497, 8389, 10000]}})
+        write_scenes("in.json", [default])
+        self.lumivert("curve", "in.json", "-o", "out.csv")
+        rows = {r["code_in"]: r for r in csv.DictReader(io.StringIO(read("out.csv").decode()))}
+        for code, light, wanted, shown in (("508", 98.8, 77.3, 57.5), ("572", 201.5, 128.2, 101.5), ("720", 973, 248, 245)):
+            for column, value in (("input_cd_m2", light), ("curve_cd_m2", wanted), ("output_cd_m2", shown)):
+                self.assertAlmostEqual(float(rows[code][column]), value, delta=0.02 * value, msg=(code, column))
 
     def test_pictures_are_whole(self):
         for options in (("--frame", "36"), ("--all",)):

@@ -1,4 +1,5 @@
 """Conversions as a user runs them, compared with known values, with each other, and with what FFmpeg sees in them."""
+import csv
 import unittest
 
 from lumivert_tool import *
@@ -69,23 +70,53 @@ class Hdr10Plus(ToolTest):
 
     def test_video_shows_the_samples_of_the_converter(self):
         """RGBA in the colours that its tags give; other samples untouched."""
-        for options, kind, name, codec, colour_range, tolerance in (
-                ((), "rgba", "out.mp4", "h264", "tv", 4),
-                (("--codec", "hevc"), "rgba", "out.mkv", "hevc", "tv", 4),
-                (("--format", "nv12"), "nv12", "out.mp4", "h264", "pc", 2),
-                (("--mode", "static"), "p010", "out.mp4", "hevc", "tv", 6)):
+        for options, kind, name, codec, tolerance in (
+                (("--format", "rgba"), "rgba", "out.mp4", "h264", 4),
+                (("--format", "rgba", "--codec", "hevc"), "rgba", "out.mkv", "hevc", 4),
+                ((), "nv12", "out.mp4", "h264", 2),
+                (("--mode", "static"), "p010", "out.mp4", "hevc", 6)):
             self.convert("in.p010", "out." + kind, *options, *self.raw)
             self.convert("in.p010", name, "--quality", "4", *options, *self.raw)
             stream = ffprobe(name, "streams")[0]
             self.assertEqual([stream[key] for key in ("codec_name", "color_range", "color_space", "color_transfer",
-                                                      "color_primaries")], [codec, colour_range] + 3 * ["bt709"])
-            scale = f"scale=out_range={'pc' if kind == 'rgba' else colour_range}"
+                                                      "color_primaries")], [codec, "tv"] + 3 * ["bt709"])
+            scale = f"scale=out_range={'pc' if kind == 'rgba' else 'tv'}"
             pixels = {"p010": "p010le"}.get(kind, kind)
             shown = ffmpeg("-i", name, "-vf", scale + ":flags=accurate_rnd+full_chroma_int+full_chroma_inp",
                            "-f", "rawvideo", "-pix_fmt", pixels, "-")
             for place, *patch in zip(CENTRES, at_centres(kind, shown), at_centres(kind, read("out." + kind))):
                 for decoded, expected in zip(*patch):
                     self.assertAlmostEqual(decoded, expected, delta=tolerance, msg=(name, kind, place))
+
+    def test_a_grey_ramp_comes_back_as_the_converter_wrote_it(self):
+        """Steps from black to white, through every kind of file: the converter's luma, read as limited range."""
+        codes = range(64, 944, 8)
+        width = 8 * len(codes)
+        write("ramp.p010", p010(width, 16, lambda x, y: (codes[x // 8], 512, 512)))
+        raw = ("--size", f"{width}x16", "--mode", "hdr10plus", "--metadata", "in.json")
+        self.convert("ramp.p010", "own.nv12", *raw)
+        row = read("own.nv12")[8 * width:9 * width]
+        own = [row[8 * i + 4] for i in range(len(codes))]
+        # The curve's own account of the chain agrees with what the GPU did.
+        self.lumivert("curve", "in.json", "-o", "chain.csv")
+        chain = {int(r["code_in"]): r for r in csv.DictReader(read("chain.csv").decode().splitlines())}
+        for code, luma in zip(codes, own, strict=True):
+            self.assertAlmostEqual(int(chain[code]["code_out"]), luma, delta=1)
+        for name in ("out.mp4", "out.mkv", "out.y4m", "out.png"):
+            quality = ("--quality", "1") if name[-1] in "4v" else ()
+            self.convert("ramp.p010", name, *quality, *raw)
+            stream = ffprobe(name, "streams")[0]
+            picture = ffmpeg("-i", name, "-f", "rawvideo", "-pix_fmt", "rgb24" if name == "out.png" else stream["pix_fmt"],
+                             "-")
+            if name == "out.png":
+                expected = [min(max(round((luma - 16) * 255 / 219), 0), 255) for luma in own]
+                found = [[picture[3 * (8 * width + 8 * i + 4) + c] for c in range(3)] for i in range(len(codes))]
+            else:
+                self.assertEqual(stream["color_range"], "tv")
+                expected, found = own, [[picture[8 * width + 8 * i + 4]] for i in range(len(codes))]
+            for got, wanted in zip(found, expected, strict=True):
+                for value in got:
+                    self.assertAlmostEqual(value, wanted, delta=2, msg=name)
 
     def test_each_frame_gets_its_record(self):
         flat = scene(BezierCurveData={"Anchors": [100 * k for k in range(1, 10)], "KneePointX": 0, "KneePointY": 0})
@@ -117,10 +148,10 @@ class Hdr10Plus(ToolTest):
 
 class Outputs(ToolTest):
     def test_stills_and_y4m_show_the_converted_frames(self):
-        for kind, pixels, target, mode in (("rgba", "rgba", "out-%03d.png", "auto"),
-                                           ("p010", "p010le", "out.y4m", "static")):
-            self.convert(DEMO, "out." + kind, "--mode", mode, "--frames", "35-36")
-            self.convert(DEMO, target, "--mode", mode, "--frames", "35-36")
+        for kind, pixels, target, options in (("rgba", "rgba", "out-%03d.png", ("--format", "rgba")),
+                                              ("p010", "p010le", "out.y4m", ("--mode", "static"))):
+            self.convert(DEMO, "out." + kind, *options, "--frames", "35-36")
+            self.convert(DEMO, target, *options, "--frames", "35-36")
             first = ("-start_number", "35") if "%" in target else ()
             self.assertEqual(ffmpeg(*first, "-i", target, "-f", "rawvideo", "-pix_fmt", pixels, "-"),
                              read("out." + kind))

@@ -34,14 +34,12 @@ struct Plan {
     RecordsByFrame list; ///< of --metadata FILE
 };
 
-/// How the samples of an output are meant. The static tables give limited range. After a tone curve, luma is a
-/// full-range value plus 16 (NV12) or 64 (P010) and chroma spans the whole range: under the full-range tag chroma comes
-/// out as computed and luma 16 of 255 too bright; under the limited-range one everything would be stretched by a sixth
-/// and the top seventh clipped.
+/// How a player is to read the samples. They are limited range in every mode. After a tone curve the converter has
+/// taken the black offset off without stretching the rest, and adds 16 again without making room for it: the two
+/// omissions cancel for a display that reads limited range, and only for that one.
 ColourTags tags_of(const std::optional<Mode>& mode) {
-    if (!mode) return {AVCOL_PRI_BT2020, AVCOL_TRC_SMPTE2084, AVCOL_SPC_BT2020_NCL, AVCOL_RANGE_MPEG};
-    return {AVCOL_PRI_BT709, AVCOL_TRC_BT709, AVCOL_SPC_BT709,
-            *mode == Mode::kStaticTable ? AVCOL_RANGE_MPEG : AVCOL_RANGE_JPEG};
+    if (!mode) return {AVCOL_PRI_BT2020, AVCOL_TRC_SMPTE2084, AVCOL_SPC_BT2020_NCL};
+    return {AVCOL_PRI_BT709, AVCOL_TRC_BT709, AVCOL_SPC_BT709};
 }
 
 std::optional<Mode> choose_mode(const Options& options, FrameSource& source) {

@@ -7,6 +7,7 @@
 #include "commands/options.h"
 #include "engine/converter.h"
 #include "error.h"
+#include "hdr10plus/pixel_chain.h"
 #include "hdr10plus/record_track.h"
 #include "io/output_file.h"
 #include "media/clip_reader.h"
@@ -56,15 +57,15 @@ std::vector<FrameRecord> read_records(const std::string& input, int64_t last) {
     return frames;
 }
 
+/// A row for each 8-bit level that the converter works with: the lowest of the four codes that share it.
 std::string csv(const std::vector<FrameCurve>& curves) {
-    std::string text = "frame,entry,input_cd_m2,gain,output_cd_m2\n";
-    char line[128];
+    std::string text = "frame,code_in,input_cd_m2,curve_cd_m2,relative_gain,code_out,output_cd_m2\n";
+    char line[160];
     for (const FrameCurve& curve : curves)
-        for (int entry = 0; entry < 256; ++entry) {
-            // Entries 0 and 255 repeat their neighbours; 1 to 254 stand for that many 254ths of the full scale.
-            const double x = std::clamp(entry, 1, 254) / 254.0;
-            std::snprintf(line, sizeof line, "%ld,%d,%.4f,%.6f,%.4f\n", static_cast<long>(curve.frame), entry,
-                          x * curve.full_scale, curve.gains[entry], x * curve.gains[entry] * curve.target);
+        for (int code = 64; code <= 940; code += 4) {
+            const GreyPixel pixel = through_tone_curve(code, curve);
+            std::snprintf(line, sizeof line, "%ld,%d,%.4f,%.4f,%.6f,%d,%.4f\n", static_cast<long>(curve.frame), code,
+                          pixel.input, curve.output(pixel.input), pixel.gain, pixel.code_out, pixel.light);
             text += line;
         }
     return text;

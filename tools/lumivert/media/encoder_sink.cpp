@@ -24,10 +24,8 @@ class EncoderSink : public FrameSink {
 public:
     EncoderSink(const OutputSpec& spec, const char* container)
         : path_(spec.path), deep_(spec.format == P010_LINEAR),
-          // RGB becomes limited-range video, as every player expects; samples that are Y'CbCr already stay as they are.
-          range_(spec.format == RGBA ? AVCOL_RANGE_MPEG : spec.colour.range),
           planar_(spec.format, spec.width, spec.height, deep_ ? AV_PIX_FMT_YUV420P10LE : AV_PIX_FMT_YUV420P,
-                  spec.colour.matrix, range_) {
+                  spec.colour.matrix) {
         if (spec.path != "-") file_ = std::make_unique<PendingFile>(spec.path);
         AVFormatContext* muxer = nullptr;
         check(avformat_alloc_output_context2(&muxer, nullptr, container, nullptr), path_);
@@ -80,7 +78,7 @@ private:
         e.color_primaries = spec.colour.primaries;
         e.color_trc = spec.colour.transfer;
         e.colorspace = spec.colour.matrix;
-        e.color_range = range_;
+        e.color_range = AVCOL_RANGE_MPEG;
         e.chroma_sample_location = AVCHROMA_LOC_LEFT;
         if ((muxer_->oformat->flags & AVFMT_GLOBALHEADER) != 0) e.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
         av_opt_set(e.priv_data, "preset", spec.preset.empty() ? "veryfast" : spec.preset.c_str(), 0);
@@ -112,7 +110,6 @@ private:
 
     const std::string path_;
     const bool deep_;
-    const AVColorRange range_;
     PixelConverter planar_;
     std::unique_ptr<PendingFile> file_;
     std::unique_ptr<AVFormatContext, FreeMuxer> muxer_;

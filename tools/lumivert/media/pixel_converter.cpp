@@ -15,20 +15,18 @@ AVPixelFormat av_format(_Image_ColorFormat format) {
     }
 }
 
-PixelConverter::PixelConverter(_Image_ColorFormat from, int width, int height, AVPixelFormat to, AVColorSpace matrix,
-                               AVColorRange range)
+PixelConverter::PixelConverter(_Image_ColorFormat from, int width, int height, AVPixelFormat to, AVColorSpace matrix)
     : frame_(av_frame_alloc()),
       scaler_(sws_getContext(width, height, av_format(from), width, height, to,
                              SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP, nullptr, nullptr,
                              nullptr)) {
     if (!scaler_) throw Error("FFmpeg cannot convert the pictures to the output's pixel format");
     const int* weights = sws_getCoefficients(static_cast<int>(matrix)); // numbered alike
-    const bool full = range == AVCOL_RANGE_JPEG;
-    sws_setColorspaceDetails(scaler_.get(), weights, full, weights, full, 0, 1 << 16, 1 << 16);
+    sws_setColorspaceDetails(scaler_.get(), weights, 0, weights, 0, 0, 1 << 16, 1 << 16);
     frame_->format = to;
     frame_->width = width;
     frame_->height = height;
-    frame_->color_range = range;
+    frame_->color_range = to == AV_PIX_FMT_RGB24 ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
     check(av_frame_get_buffer(frame_.get(), 0), "frame memory");
 }
 

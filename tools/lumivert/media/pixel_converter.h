@@ -7,12 +7,11 @@
 namespace lumivert::tool {
 
 /// Repacks pictures exactly where only the packing differs (P010 and NV12 to planes), and converts between RGB and
-/// Y'CbCr where a writer needs the other.
+/// limited-range Y'CbCr where a writer needs the other.
 class PixelConverter {
 public:
-    /// `matrix` and `range` are those of the Y'CbCr side, whichever that is.
-    PixelConverter(_Image_ColorFormat from, int width, int height, AVPixelFormat to, AVColorSpace matrix,
-                   AVColorRange range);
+    /// `matrix` is that of the Y'CbCr side, whichever that is.
+    PixelConverter(_Image_ColorFormat from, int width, int height, AVPixelFormat to, AVColorSpace matrix);
 
     /// The converted frame, valid until the next call; its buffers are never changed after they were handed on.
     AVFrame& convert(const Picture& picture);

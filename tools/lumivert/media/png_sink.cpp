@@ -40,8 +40,7 @@ private:
 class PngSink : public FrameSink {
 public:
     explicit PngSink(const OutputSpec& spec)
-        : pattern_(spec.path),
-          rgb_(spec.format, spec.width, spec.height, AV_PIX_FMT_RGB24, spec.colour.matrix, spec.colour.range) {}
+        : pattern_(spec.path), rgb_(spec.format, spec.width, spec.height, AV_PIX_FMT_RGB24, spec.colour.matrix) {}
 
     void write(const Picture& picture) override {
         if (written_++ > 0 && !pattern_.numbered())

@@ -35,13 +35,12 @@ public:
     explicit Y4mSink(const OutputSpec& spec)
         : deep_(spec.format == P010_LINEAR), out_(spec.path),
           planar_(spec.format, spec.width, spec.height, deep_ ? AV_PIX_FMT_YUV420P10LE : AV_PIX_FMT_YUV420P,
-                  spec.colour.matrix, spec.colour.range) {
+                  spec.colour.matrix) {
         char header[200];
         const AVRational aspect = spec.clip.sample_aspect_ratio;
-        std::snprintf(header, sizeof header, "YUV4MPEG2 W%d H%d F%d:%d Ip A%d:%d %s XCOLORRANGE=%s\n", spec.width,
+        std::snprintf(header, sizeof header, "YUV4MPEG2 W%d H%d F%d:%d Ip A%d:%d %s XCOLORRANGE=LIMITED\n", spec.width,
                       spec.height, spec.clip.frame_rate.num, spec.clip.frame_rate.den, aspect.num,
-                      aspect.num == 0 ? 0 : aspect.den, deep_ ? "C420p10 XYSCSS=420P10" : "C420mpeg2 XYSCSS=420MPEG2",
-                      spec.colour.range == AVCOL_RANGE_JPEG ? "FULL" : "LIMITED");
+                      aspect.num == 0 ? 0 : aspect.den, deep_ ? "C420p10 XYSCSS=420P10" : "C420mpeg2 XYSCSS=420MPEG2");
         out_.write(header);
     }
 

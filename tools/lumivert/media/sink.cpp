@@ -9,9 +9,9 @@ namespace lumivert::tool {
 
 const std::vector<WriterInfo>& writers() {
     static const std::vector<WriterInfo> table = {
-        {"mp4", {RGBA, NV12, P010_LINEAR}, false, open_mp4, "H.264 (8-bit) or HEVC (10-bit) video"},
-        {"mkv", {RGBA, NV12, P010_LINEAR}, true, open_mkv, "the same in Matroska"},
-        {"png", {RGBA, NV12, P010_LINEAR}, false, open_png_sequence, "one picture per frame: NAME-%04d.png"},
+        {"mp4", {NV12, RGBA, P010_LINEAR}, false, open_mp4, "H.264 (8-bit) or HEVC (10-bit) video"},
+        {"mkv", {NV12, RGBA, P010_LINEAR}, true, open_mkv, "the same in Matroska"},
+        {"png", {NV12, RGBA, P010_LINEAR}, false, open_png_sequence, "one picture per frame: NAME-%04d.png"},
         {"nv12", {NV12}, true, open_packed, "raw frames, one after the other"},
         {"p010", {P010_LINEAR}, true, open_packed, "raw frames"},
         {"rgba", {RGBA}, true, open_packed, "raw frames"},

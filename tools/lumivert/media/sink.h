@@ -10,12 +10,11 @@
 
 namespace lumivert::tool {
 
-/// How samples are meant.
+/// How samples are meant. Y'CbCr is always limited range.
 struct ColourTags {
     AVColorPrimaries primaries;
     AVColorTransferCharacteristic transfer;
     AVColorSpace matrix;
-    AVColorRange range; ///< of P010 and NV12 samples
 };
 
 /// What a writer needs to know before the first frame.

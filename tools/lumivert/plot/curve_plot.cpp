@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <optional>
 
+#include "hdr10plus/pixel_chain.h"
 #include "plot/canvas.h"
 #include "plot/curves.h"
 #include "plot/luminance_axis.h"
@@ -29,6 +31,14 @@ double round_up(double cd_m2) {
     return 10000;
 }
 
+/// The curve for the display that the metadata names, where that is another one.
+std::optional<ToneCurve> authored_curve(const FrameCurve& c) {
+    const unsigned made_for = std::min(c.record.display_max_luminance, 10000U);
+    const bool carries_one = c.record.tone_mapping_flag != 0 && c.record.num_bezier_curve_anchors > 0;
+    if (!carries_one || made_for < 200 || made_for == c.target) return std::nullopt;
+    return ToneCurve(c.record, made_for);
+}
+
 void draw_axes(Canvas& canvas, const LuminanceAxis& in, const LuminanceAxis& out) {
     for (const double tick : in.ticks(46)) {
         const double x = in.position(tick);
@@ -46,20 +56,45 @@ void draw_axes(Canvas& canvas, const LuminanceAxis& in, const LuminanceAxis& out
     canvas.text_upwards({28, (kTop + kBottom) / 2}, "output luminance in cd/m\u00b2 (PQ-spaced)", kInk, 15);
 }
 
+/// A line through points in cd/m2.
+std::vector<Point> placed(const std::vector<Point>& lights, const LuminanceAxis& in, const LuminanceAxis& out) {
+    std::vector<Point> line;
+    for (const auto& [from, to] : lights)
+        line.emplace_back(in.position(from), out.position(to));
+    return line;
+}
+
+/// The curve at every half pixel and at its knee, which is a corner.
+std::vector<Point> lights_of(const ToneCurve& c, const LuminanceAxis& in) {
+    std::vector<Point> lights;
+    for (int half_pixel = 0; half_pixel <= 2 * (kRight - kLeft); ++half_pixel)
+        lights.emplace_back(in.luminance(kLeft + half_pixel / 2.0), 0);
+    lights.emplace_back(c.curve.f_knee_point_x * c.full_scale, 0);
+    std::sort(lights.begin(), lights.end());
+    for (auto& [from, to] : lights)
+        to = c.output(from);
+    return lights;
+}
+
+/// What each 8-bit level of the converter comes out as, at the middle of the four codes that share it.
+std::vector<Point> lights_of_pixels(const ToneCurve& c) {
+    std::vector<Point> lights;
+    for (int code = 64; code < 940; code += 4)
+        lights.emplace_back(luminance_from_code(code + 1.5), through_tone_curve(code, c).light);
+    return lights;
+}
+
 void draw_lines(Canvas& canvas, const FrameCurve& c, const LuminanceAxis& in, const LuminanceAxis& out) {
-    std::vector<Point> curve, table, identity;
-    for (int half_pixel = 0; half_pixel <= 2 * (kRight - kLeft); ++half_pixel) {
-        const double x = kLeft + half_pixel / 2.0;
-        const double luminance = in.luminance(x);
-        curve.emplace_back(x, out.position(c.output(luminance)));
-        table.emplace_back(x, out.position(c.output_by_table(luminance)));
-        if (luminance <= out.top()) identity.emplace_back(x, out.position(luminance));
-    }
+    std::vector<Point> identity;
+    for (double x = kLeft; x <= kRight && in.luminance(x) <= out.top(); ++x)
+        identity.emplace_back(x, out.position(in.luminance(x)));
     canvas.line({kLeft, out.position(c.target)}, {kRight, out.position(c.target)}, kGreen, 1.5, true);
     canvas.line({in.position(c.scene_peak), kTop}, {in.position(c.scene_peak), kBottom}, kRed, 1.5, true);
     canvas.path(identity, kQuiet, 1.2, true);
-    canvas.path(table, kViolet, 1.5);
-    canvas.path(curve, kBlue, 3);
+    if (const auto authored = authored_curve(c))
+        canvas.path(placed(lights_of(*authored, in), in, out), kBlue, 1.2, true);
+    canvas.path(placed(lights_of_pixels(c), in, out), kViolet, 2);
+    canvas.path(placed(lights_of(c, in), in, out), kBlue, 3);
 }
 
 /// The control points of the curve: between them the metadata's anchors, which shape it without lying on it.
@@ -98,8 +133,12 @@ void draw_legend(Canvas& canvas, const FrameCurve& c) {
     };
     swatch(kBlue, 3, false);
     entry("tone curve", "");
-    swatch(kViolet, 1.5, false);
-    entry("as the GPU's table gives it", "");
+    if (const auto authored = authored_curve(c)) {
+        swatch(kBlue, 1.2, true);
+        entry("as authored", printed("for %.0f cd/m\u00b2", authored->target));
+    }
+    swatch(kViolet, 2, false);
+    entry("grey pixels as displayed", "from NV12");
     swatch(kQuiet, 1.2, true);
     entry("identity", "output = input");
     canvas.dot({kPanel + 16, y}, 6, kOrange);
@@ -150,7 +189,8 @@ void draw_gain_table(Canvas& canvas, const FrameCurve& c) {
 void draw_curve(const std::string& path, const std::string& name, const FrameCurve& curve) {
     Canvas canvas(path, kWidth, kHeight);
     const LuminanceAxis in(round_up(std::max(curve.full_scale, curve.scene_peak) * 1.05), kLeft, kRight);
-    const LuminanceAxis out(curve.target * 1.4, kBottom, kTop);
+    const auto authored = authored_curve(curve);
+    const LuminanceAxis out(std::max(curve.target, authored ? authored->target : 0) * 1.4, kBottom, kTop);
     canvas.text({kLeft, 36}, name + ", frame " + std::to_string(curve.frame), kInk, 20, Align::kLeft, true);
     canvas.text({kLeft, 62},
                 (curve.origin == RecordOrigin::kPrevious ? "record of the frame before; " : "") + derivation(curve),

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "hdr10plus/pixel_chain.h"
 #include "plot/canvas.h"
 #include "plot/curves.h"
 #include "plot/luminance_axis.h"

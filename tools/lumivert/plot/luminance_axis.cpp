@@ -4,24 +4,9 @@
 #include <cmath>
 #include <cstdio>
 
+#include "hdr10plus/pixel_chain.h"
+
 namespace lumivert::tool {
-namespace {
-
-constexpr double kM1 = 2610.0 / 16384, kM2 = 2523.0 / 4096 * 128, kC1 = 3424.0 / 4096, kC2 = 2413.0 / 4096 * 32,
-                 kC3 = 2392.0 / 4096 * 32, kPqPeak = 10000;
-
-} // namespace
-
-double pq_from_luminance(double cd_m2) {
-    const double y = std::pow(std::max(cd_m2, 0.0) / kPqPeak, kM1);
-    return std::pow((kC1 + kC2 * y) / (1 + kC3 * y), kM2);
-}
-
-double luminance_from_pq(double signal) {
-    const double e = std::pow(std::max(signal, 0.0), 1 / kM2);
-    return kPqPeak * std::pow(std::max(e - kC1, 0.0) / (kC2 - kC3 * e), 1 / kM1);
-}
-
 std::string luminance_text(double cd_m2) {
     char text[32];
     std::snprintf(text, sizeof text, "%.*f", cd_m2 < 1 ? (cd_m2 == 0 ? 0 : 2) : cd_m2 < 10 ? 1 : 0, cd_m2);

@@ -6,10 +6,6 @@
 
 namespace lumivert::tool {
 
-/// The PQ signal, 0 to 1, of a luminance in cd/m2, and back (SMPTE ST 2084).
-double pq_from_luminance(double cd_m2);
-double luminance_from_pq(double signal);
-
 /// "0.1", "250", "1000".
 std::string luminance_text(double cd_m2);
 
