@@ -1,4 +1,15 @@
-/// The library's boundary: each entry point checks, dispatches to a path, and maps the outcome to 1 or 0.
+/// The library's boundary: each entry point checks its arguments, dispatches to a path, and returns 1 or 0.
+///
+/// No exception crosses it. The entry points are noexcept, so whatever is thrown behind them ends the process through
+/// std::terminate. What can be thrown there:
+///
+/// - std::bad_alloc from small objects: the instance, its tables, strings, file names. The system has no memory left;
+///   there is nothing to fall back to.
+/// - Nothing where a size comes from outside. Memory for a program cache file or for a driver's program binary is
+///   allocated without throwing, and its lack is treated like a file that cannot be read (check 412) or a query that
+///   fails. Work buffers come from posix_memalign.
+/// - Nothing from files: they are read and written by libbase or stdio, not by streams. (Streams are left in
+///   `Formatter::dump_ocl`, which no entry point calls; its stream does not throw.)
 #include <cstdlib>
 #include <iterator>
 #include <memory>
@@ -11,6 +22,7 @@
 #include "path_steps.h"
 #include "simple_convert.h"
 #include "util/formatter.h"
+#include "util/inspection.h"
 
 using namespace lumivert;
 
@@ -33,39 +45,6 @@ const char* format_name(_Image_ColorFormat format) {
     return index < std::size(kNames) ? kNames[index] : "Unknown err";
 }
 
-/// Gain table, work buffers and default record of mode NORMAL. False if the instance cannot work.
-bool make_work_buffers(const char* function, Formatter& formatter) {
-    cl_int error = CL_SUCCESS;
-    formatter.mWorkMem2 = clCreateBuffer(formatter.mContext, CL_MEM_READ_WRITE, 256 * sizeof(float), nullptr, &error);
-    if (error != CL_SUCCESS) {
-        report_failure(function, error, 504);
-        if (log_enabled(kErrorBit)) log_error("[%s] failed! err num is %d", function, 506);
-        return false;
-    }
-
-    // The kernels write whole blocks of 4 x 2 pixels: there is memory for those, beyond the size that is imported.
-    const auto round_up = [](std::size_t value, std::size_t step) { return (value + step - 1) / step * step; };
-    const std::size_t host_bytes =
-        round_up(round_up(formatter.mWidth, 4) * round_up(formatter.mHeight, 2) * 4, kImportAlignment);
-    if (posix_memalign(&formatter.mWorkHost0, kImportAlignment, host_bytes) != 0) {
-        log_error("[%s] failed LINE number is %d !", function, 511);
-    }
-    if (posix_memalign(&formatter.mWorkHost1, kImportAlignment, host_bytes) != 0) {
-        log_error("[%s] failed LINE number is %d !", function, 514);
-    }
-    if (formatter.mWorkHost0 == nullptr || formatter.mWorkHost1 == nullptr) {
-        log_error("[%s] failed %d", function, 518);
-        return false;
-    }
-    // A failed import does not end the instance: the launches that need it fail and say so.
-    const unsigned int size = round_up_for_import(formatter.mWidth * formatter.mHeight * 4);
-    formatter.mWorkMem0 = formatter.import_buffer(formatter.mContext, formatter.mWorkHost0, size, CL_MEM_READ_WRITE);
-    formatter.target_rgba_buffer =
-        formatter.import_buffer(formatter.mContext, formatter.mWorkHost1, size, CL_MEM_READ_WRITE);
-    formatter.mDynamicInfo = std::make_shared<HDR10PLUS_DYNAMIC_INFO>();
-    return true;
-}
-
 /// Makes everything an instance needs beyond its construction.
 bool initialise(const char* function, Formatter& formatter) {
     if (formatter.compileprogram() != CL_SUCCESS) {
@@ -81,7 +60,7 @@ bool initialise(const char* function, Formatter& formatter) {
         formatter.make_kernel("p010_to_rgba8888_process_10plus_clut");
         formatter.make_kernel("rgba8888_to_nv12");
         formatter.make_kernel("rgba8888_to_p010");
-        return make_work_buffers(function, formatter);
+        return formatter.make_work_buffers(function);
     case HI_JACK:
         formatter.make_kernel(formatter.IsC2Base ? "process_hdr_to_sdr_1000_inout" : "process_hdr_to_sdr_io_1000");
         formatter.make_kernel(formatter.IsC2Base ? "process_hdr_to_sdr_4000_inout" : "process_hdr_to_sdr_io_4000");
@@ -139,7 +118,7 @@ bool begin_frame(const char* function, int check_line, Formatter& formatter, con
 void end_frame(const char* function, Formatter& formatter, const timeval& start) {
     timeval end{};
     gettimeofday(&end, nullptr);
-    if (debug_level >= 2) {
+    if (log_level() >= 2) {
         const auto seconds = static_cast<double>(end.tv_sec - start.tv_sec);
         const auto microseconds = static_cast<double>(end.tv_usec - start.tv_usec);
         formatter.mFrameTimes.push_back((seconds + microseconds * 1e-6) * 1000.0);
@@ -150,7 +129,8 @@ void end_frame(const char* function, Formatter& formatter, const timeval& start)
 
 } // namespace
 
-int32_t CL_HDR2SDR_ARM_init(uint32_t width, uint32_t height, _ALGO_t mode, void** handle_out, int32_t IsC2Base) {
+int32_t CL_HDR2SDR_ARM_init(uint32_t width, uint32_t height, _ALGO_t mode, void** handle_out,
+                            int32_t IsC2Base) noexcept {
     auto formatter = std::make_unique<Formatter>(width, height, mode);
     log_info("[%s] vendor entry IsC2Base is %d formatter is %p mode is %s", __func__, IsC2Base,
              static_cast<void*>(formatter.get()), mode == HI_JACK ? "HI_JACK" : "NORMAL");
@@ -159,7 +139,7 @@ int32_t CL_HDR2SDR_ARM_init(uint32_t width, uint32_t height, _ALGO_t mode, void*
     *handle_out = nullptr;
     if (!initialise(__func__, *formatter)) return 0;
 
-    debug_level = read_int_property("vendor.Lumivert.debug.level", "1");
+    set_log_level(read_int_property("vendor.Lumivert.debug.level", "1"));
     dump_request = read_int_property("vendor.Lumivert.debug.dump", "0");
     formatter->mState = 1;
     *handle_out = formatter.release();
@@ -167,7 +147,7 @@ int32_t CL_HDR2SDR_ARM_init(uint32_t width, uint32_t height, _ALGO_t mode, void*
     return 1;
 }
 
-void CL_HDR2SDR_ARM_deinit(void* instance) {
+void CL_HDR2SDR_ARM_deinit(void* instance) noexcept {
     auto* formatter = static_cast<Formatter*>(instance);
     if (formatter == nullptr) {
         if (log_enabled(kErrorBit)) log_error("%s user data is null !", __func__);
@@ -183,7 +163,8 @@ void CL_HDR2SDR_ARM_deinit(void* instance) {
 }
 
 int32_t CL_HDR2SDR_ARM_convert(_HDR2SDR_config_params_t* In_params, _HDR2SDR_config_params_t* Out_params,
-                               HDR10PLUS_DYNAMIC_INFO* dynamic_metadata, uint32_t luminance_nits, void* instance) {
+                               HDR10PLUS_DYNAMIC_INFO* dynamic_metadata, uint32_t luminance_nits,
+                               void* instance) noexcept {
     auto* formatter = static_cast<Formatter*>(instance);
     if (formatter == nullptr) {
         if (log_enabled(kErrorBit)) log_error("%s user data is null !", __func__);
@@ -212,7 +193,7 @@ int32_t CL_HDR2SDR_ARM_convert(_HDR2SDR_config_params_t* In_params, _HDR2SDR_con
 
 int32_t CL_HDR2SDR_ARM_convert1(_HDR2SDR_config_params_t* In_params, _HDR2SDR_config_params_t* Out_params,
                                 HDR10PLUS_DYNAMIC_INFO* dynamic_metadata, const uint32_t* static_info, void* instance,
-                                int32_t intervalCnt) {
+                                int32_t intervalCnt) noexcept {
     auto* formatter = static_cast<Formatter*>(instance);
     if (formatter == nullptr) {
         if (log_enabled(kErrorBit)) log_error("%s user data is null !", __func__);

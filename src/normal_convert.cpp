@@ -1,9 +1,7 @@
 #include "normal_convert.h"
 
-#include <cstdio>
-
 #include "path_steps.h"
-#include "platform/paths.h"
+#include "util/inspection.h"
 
 namespace lumivert {
 namespace {
@@ -35,7 +33,7 @@ void tone_map(const char* function, int first_tag, int launch_tag, const Formatt
     bind_arguments(function, first_tag, kernel, luma, chroma, formatter.mWorkMem0,
                    static_cast<cl_int>(formatter.mWidth), static_cast<cl_int>(formatter.mHeight),
                    formatter.target_rgba_buffer, curve.normalize_x, curve.f_knee_point_x, formatter.mWorkMem2);
-    launch(function, launch_tag, formatter.mQueue, kernel, formatter.mWidth, formatter.mHeight);
+    launch(function, launch_tag, formatter, kernel, formatter.mWidth, formatter.mHeight);
 }
 
 /// RGBA in `target_rgba_buffer` to the output planes: one work-item for 4 x 2 pixels.
@@ -44,55 +42,7 @@ void rgba_to_yuv(const char* function, int first_tag, int launch_tag, const Form
     const cl_kernel kernel = formatter.find_kernel(kernel_name);
     bind_arguments(function, first_tag, kernel, formatter.target_rgba_buffer, luma, chroma,
                    static_cast<cl_int>(formatter.mWidth));
-    launch(function, launch_tag, formatter.mQueue, kernel, formatter.mWidth / 4, formatter.mHeight / 2);
-}
-
-/// Dumps the tone-mapped RGBA if a dump is requested: the caller's plane for RGBA output, else the second work buffer's
-/// own memory, whatever `target_rgba_buffer` names.
-void dump_rgba(Formatter& formatter, const _HDR2SDR_config_params_t& out) {
-    if (out.color_format == RGBA) return dump_planes(formatter, out, RGBA, "rgba_out.yuv");
-    if (dump_request == 0) return;
-    std::FILE* file = std::fopen(platform::resolve_path("/sdcard/DCIM/Camera/rgba_out.yuv").c_str(), "wb");
-    if (file == nullptr) return;
-    std::fwrite(formatter.mWorkHost1, 4, std::size_t{formatter.mWidth} * formatter.mHeight, file);
-    std::fclose(file);
-}
-
-/// Dumps NV12 planes by the instance's frame size, whatever sizes the caller gave.
-void dump_nv12(Formatter& formatter, _HDR2SDR_config_params_t out) {
-    const int samples = static_cast<int>(formatter.mWidth * formatter.mHeight);
-    out.buffer[0] = {out.buffer[0].handle, 0, samples};
-    out.buffer[1] = {out.buffer[1].handle, 0, samples / 2};
-    dump_planes(formatter, out, NV12, "final_nv12.yuv");
-}
-
-void print_debug_hdr10plus_metadata(const HDR10PLUS_DYNAMIC_INFO& info) {
-    if (!log_enabled(kTraceBit)) return;
-    const auto print = [](const char* field, unsigned int value) {
-        log_debug("%s %s is %d", "print_debug_hdr10plus_metadata", field, static_cast<int>(value));
-    };
-    const auto print_all = [](const char* field, const auto& values) { // also the entries that are not valid
-        int index = 0;
-        for (const auto value : values) {
-            log_debug("%s %s[%d] is %d", "print_debug_hdr10plus_metadata", field, index++, static_cast<int>(value));
-        }
-    };
-    log_debug("%s country_code is %d ", __func__, static_cast<int>(info.country_code));
-    print("provider_code", info.provider_code);
-    print("provider_oriented_code", info.provider_oriented_code);
-    print("application_identifier", info.application_identifier);
-    print("application_version", info.application_version);
-    print("display_max_luminance", info.display_max_luminance);
-    print_all("maxscl", info.maxscl);
-    print("avg_maxrgb", info.avg_maxrgb);
-    print("num_maxrgb_percentiles[3]", info.num_maxrgb_percentiles); // the index is meaningless, log readers expect it
-    print_all("maxrgb_percentages", info.maxrgb_percentages);
-    print_all("maxrgb_percentiles", info.maxrgb_percentiles);
-    print("tone_mapping_flag", info.tone_mapping_flag);
-    print("knee_point_x", info.knee_point_x);
-    print("knee_point_y", info.knee_point_y);
-    print("num_bezier_curve_anchors", info.num_bezier_curve_anchors);
-    print_all("bezier_curve_anchors", info.bezier_curve_anchors);
+    launch(function, launch_tag, formatter, kernel, formatter.mWidth / 4, formatter.mHeight / 2);
 }
 
 } // namespace
@@ -102,12 +52,12 @@ void NormalConvert_Retain(const _HDR2SDR_config_params_t* In_params, const _HDR2
     const cl_kernel kernel = formatter->find_kernel("p010_to_rgba8888_process_10plus_clut");
     auto [map_y_in, map_uv_in] = formatter->mImagePair0;
     auto [map_y_out, map_uv_out] = formatter->mImagePair1;
-    if (debug_level >= 4) {
+    if (log_level() >= 4) {
         trace_map("map_y_in", map_y_in);
         trace_map("map_uv_in", map_uv_in);
         trace_map("map_y_out", map_y_out);
         trace_map("map_uv_out", map_uv_out);
-        print_debug_hdr10plus_metadata(*metadata);
+        trace_metadata(*metadata);
     }
 
     const cl_mem in_y = formatter->find_imported_buffer(map_y_in, key_of(In_params->buffer[0]));

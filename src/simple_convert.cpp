@@ -1,6 +1,7 @@
 #include "simple_convert.h"
 
 #include "path_steps.h"
+#include "util/inspection.h"
 
 namespace lumivert {
 namespace {
@@ -19,7 +20,7 @@ void SimpleConvert_Retain(const _HDR2SDR_config_params_t* In_params, const _HDR2
         formatter->find_kernel(is_4000_master(luminance) ? "process_hdr_to_sdr_io_4000" : "process_hdr_to_sdr_io_1000");
 
     auto [map_y_in, map_uv_in] = formatter->mImagePair0;
-    if (debug_level >= 4) {
+    if (log_level() >= 4) {
         trace_map("map_y_in", map_y_in);
         trace_map("map_uv_in", map_uv_in);
     }
@@ -30,7 +31,7 @@ void SimpleConvert_Retain(const _HDR2SDR_config_params_t* In_params, const _HDR2
 
     if (log_enabled(kRegistryBit)) log_debug("direct_IO approach!");
     bind_arguments(__func__, 191, kernel, io_y, io_uv);
-    launch(__func__, 195, formatter->mQueue, kernel, formatter->mWidth / 2, formatter->mHeight / 2);
+    launch(__func__, 195, *formatter, kernel, formatter->mWidth / 2, formatter->mHeight / 2);
     dump_planes(*formatter, *In_params, P010_LINEAR, "io_p010_out.yuv");
 }
 
@@ -50,7 +51,7 @@ void SimpleConvert_FetchBlockPool(const _HDR2SDR_config_params_t* In_params, con
                 "out_p010_y_buffer != nullptr && out_p010_uv_buffer != nullptr");
 
     bind_arguments(__func__, 128, kernel, inp_y, inp_uv, out_y, out_uv);
-    launch(__func__, 134, formatter->mQueue, kernel, formatter->mWidth / 2, formatter->mHeight / 2);
+    launch(__func__, 134, *formatter, kernel, formatter->mWidth / 2, formatter->mHeight / 2);
     dump_planes(*formatter, *Out_params, P010_LINEAR, "p010_out.yuv");
 
     int tag = 144;

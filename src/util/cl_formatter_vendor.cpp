@@ -25,6 +25,10 @@ void log_errno(const char* function, int tag) {
     log_error("[%s] error is %s line is %d", function, std::strerror(errno), tag);
 }
 
+uint64_t round_up(uint64_t value, uint64_t step) {
+    return (value + step - 1) / step * step;
+}
+
 } // namespace
 
 std::string media_path(const std::string& file_name) {
@@ -58,6 +62,41 @@ Formatter::Formatter(unsigned int width, unsigned int height, _ALGO_t mode)
     mAPSoftwareVersion = getAPSoftwareVersion(build_number_string);
     log_info("[%s] buildNumberString = %s mAPSoftwareVersion = %s", __func__, build_number_string.c_str(),
              mAPSoftwareVersion.c_str());
+}
+
+bool Formatter::make_work_buffers(const char* function) {
+    cl_int error = CL_SUCCESS;
+    mWorkMem2 = clCreateBuffer(mContext, CL_MEM_READ_WRITE, 256 * sizeof(float), nullptr, &error);
+    if (error != CL_SUCCESS) {
+        report_failure(function, error, 504);
+        if (log_enabled(kErrorBit)) log_error("[%s] failed! err num is %d", function, 506);
+        return false;
+    }
+
+    // The kernels write whole blocks of 4 x 2 pixels, so the memory covers whole blocks. The imported size below is
+    // that of the pixels alone.
+    const uint64_t block_bytes = round_up(mWidth, 4) * round_up(mHeight, 2) * 4;
+    const auto host_bytes = static_cast<std::size_t>(round_up(block_bytes, kImportAlignment));
+    if (posix_memalign(&mWorkHost0, kImportAlignment, host_bytes) != 0) {
+        log_error("[%s] failed LINE number is %d !", function, 511);
+    }
+    if (posix_memalign(&mWorkHost1, kImportAlignment, host_bytes) != 0) {
+        log_error("[%s] failed LINE number is %d !", function, 514);
+    }
+    if (mWorkHost0 == nullptr || mWorkHost1 == nullptr) {
+        log_error("[%s] failed %d", function, 518);
+        return false;
+    }
+    // A failed import does not refuse the instance: the launches that need the buffer fail and are logged.
+    const unsigned int size = round_up_for_import(mWidth * mHeight * 4);
+    mWorkMem0 = import_buffer(mContext, mWorkHost0, size, CL_MEM_READ_WRITE);
+    target_rgba_buffer = import_buffer(mContext, mWorkHost1, size, CL_MEM_READ_WRITE);
+    mDynamicInfo = std::make_shared<HDR10PLUS_DYNAMIC_INFO>();
+    return true;
+}
+
+bool Formatter::frame_fits() const {
+    return round_up(mWidth, 4) * round_up(mHeight, 2) <= kMostPixels;
 }
 
 Formatter::~Formatter() {

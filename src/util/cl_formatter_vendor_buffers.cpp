@@ -113,13 +113,4 @@ void Formatter::release_imported(cl_mem mem) {
                          "clReleaseMemObject(t) == CL_SUCCESS", "clReleaseMemObject(t) == 0");
 }
 
-void list_entries(const std::shared_ptr<ImportedBuffers>& map) {
-    for (const auto& [key, mem] : *map) {
-        if (log_enabled(kRegistryBit)) {
-            log_debug("print out exported_memory handle is %d size is %d cl_mem %p", key.get_handle(),
-                      static_cast<int>(key.get_size()), static_cast<void*>(mem));
-        }
-    }
-}
-
 } // namespace lumivert

@@ -2,14 +2,19 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <regex>
+#include <new>
 
+#include <android-base/file.h>
+#include <android-base/unique_fd.h>
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "kernels/program_text.h"
 #include "util/formatter.h"
+
+using android::base::unique_fd;
 
 namespace lumivert {
 namespace {
@@ -17,6 +22,27 @@ namespace {
 constexpr const char* kStem = "cl_formatter_vendor";
 constexpr const char* kBuildOptions = "-cl-fast-relaxed-math";
 constexpr const char* kCachePrefix = "mali_formatter_";
+
+// No driver's binary comes near this size, and no program has as many devices: an instance's context has one. Larger
+// figures come from a damaged file system or a damaged driver, and are treated like a file or a query that fails.
+constexpr std::size_t kLargestBinary = std::size_t{1} << 30;
+constexpr cl_uint kMostDevices = 64;
+
+/// Zeroed bytes for a program binary. Null where there is no memory for so many.
+std::unique_ptr<unsigned char[]> binary_memory(std::size_t size) {
+    return std::unique_ptr<unsigned char[]>(size <= kLargestBinary ? new (std::nothrow) unsigned char[size]()
+                                                                   : nullptr);
+}
+
+/// Writes a whole file. One that could be written in part only is removed: it would end every later init.
+bool write_binary(const std::string& path, const unsigned char* bytes, std::size_t size) {
+    const unique_fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (file < 0) return false;
+    if (android::base::WriteFully(file, bytes, size)) return true;
+    struct stat status {};
+    if (fstat(file, &status) == 0 && S_ISREG(status.st_mode)) unlink(path.c_str());
+    return false;
+}
 
 std::string cache_file_name(const Formatter& formatter) {
     return kCachePrefix + std::string(formatter.IsC2Base ? "c2_" : "omx_") + formatter.mAPSoftwareVersion + ".bin";
@@ -26,11 +52,11 @@ cl_int build(cl_program program) {
     return clBuildProgram(program, 0, nullptr, kBuildOptions, nullptr, nullptr);
 }
 
-using BuildLog = char[2048];
+using BuildLog = char[2048 + 1]; // a driver may fill 2048 bytes without ending the text
 
 cl_int read_build_log(cl_program program, cl_device_id device, BuildLog& log) {
     std::memset(log, 0, sizeof(log));
-    return clGetProgramBuildInfo(program, device, CL_PROGRAM_BUILD_LOG, sizeof(log), log, nullptr);
+    return clGetProgramBuildInfo(program, device, CL_PROGRAM_BUILD_LOG, sizeof(log) - 1, log, nullptr);
 }
 
 void log_build_status(cl_build_status status) {
@@ -51,9 +77,17 @@ void log_build_status(cl_build_status status) {
 } // namespace
 
 std::string Formatter::getAPSoftwareVersion(const std::string& fingerprint) {
-    static const std::regex k_build_number("([^\\/]+)(?=:user|:eng)");
-    std::smatch match;
-    return std::regex_search(fingerprint, match, k_build_number) ? match.str() : std::string();
+    for (std::size_t start = 0; start < fingerprint.size();) {
+        const std::size_t end = std::min(fingerprint.find('/', start), fingerprint.size());
+        const std::string run = fingerprint.substr(start, end - start);
+        std::size_t length = 0;
+        for (const char* mark : {":user", ":eng"}) {
+            if (const std::size_t last = run.rfind(mark); last != std::string::npos) length = std::max(length, last);
+        }
+        if (length > 0) return run.substr(0, length);
+        start = end + 1;
+    }
+    return {};
 }
 
 int Formatter::compileprogram() {
@@ -76,19 +110,19 @@ int Formatter::compileprogram() {
         }
     }
 
-    // Also a binary that was written a moment ago is loaded from its file, so every start takes this one road.
+    // A binary that was written a moment ago is loaded from its file as well: there is one way to start.
     log_info("It is running with final binaryPath is %s", binary_path.c_str());
-    std::ifstream file(binary_path, std::ios::binary);
-    if (!file.is_open()) {
+    const unique_fd file(open(binary_path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file < 0) {
         log_info("data path open fail. It is trying to rebuild program");
         removeBuiltBinary(binary_path);
         tryRecompileIfRequired(binary_path);
     } else {
         log_info("data path open success");
-        file.seekg(0, std::ios::end);
-        const std::size_t size = static_cast<std::size_t>(file.tellg());
+        // -1, for what has no end, becomes the largest size, and so does a size that a 32-bit process cannot count.
+        const auto end = static_cast<uint64_t>(lseek64(file, 0, SEEK_END));
+        const auto size = static_cast<std::size_t>(std::min<uint64_t>(end, SIZE_MAX));
         log_info("[%s] size is %zu", __func__, size);
-        file.seekg(0, std::ios::beg);
         int binary_status = CL_SUCCESS;
         const int error = fetchProgram(binary_status, binary_path, size);
         if (error != CL_SUCCESS) report_failure(__func__, error, 599);
@@ -96,7 +130,6 @@ int Formatter::compileprogram() {
             log_info("It trys to build the source in case of prebuilt binary is not compatible with current device");
             if (!tryRecompileIfRequired(binary_path)) return error;
         }
-        file.close();
     }
 
     if (build(*mProgram) == CL_SUCCESS) return CL_SUCCESS;
@@ -133,11 +166,12 @@ void Formatter::makeProgram() {
 
 int Formatter::fetchProgram(int& binary_status, const std::string& path, std::size_t size) {
     log_info("[%s] sz is %zu path is %s", __func__, size, path.c_str());
-    const std::unique_ptr<unsigned char[]> bytes(new unsigned char[size]);
-    std::ifstream temp(path, std::ios::binary);
-    temp.read(reinterpret_cast<char*>(bytes.get()), static_cast<std::streamsize>(size));
-    fatal_check(temp.good(), {kStem, 412}, "temp.good()");
-    temp.close();
+    const std::unique_ptr<unsigned char[]> bytes = binary_memory(size);
+    {
+        const unique_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        const bool read = bytes != nullptr && file >= 0 && android::base::ReadFully(file, bytes.get(), size);
+        fatal_check(read, {kStem, 412}, "temp.good()");
+    }
 
     const unsigned char* binary = bytes.get();
     cl_int error = CL_SUCCESS;
@@ -153,6 +187,8 @@ bool Formatter::storeProgram(const std::string& path) {
     cl_uint count = 0;
     checked(__func__, 432,
             [&] { return clGetProgramInfo(program, CL_PROGRAM_NUM_DEVICES, sizeof(count), &count, nullptr); });
+
+    if (count > kMostDevices) return false;
 
     // Arrays, which are never null: so a query for no device is refused instead of answered.
     const auto devices = std::make_unique<cl_device_id[]>(count);
@@ -170,7 +206,8 @@ bool Formatter::storeProgram(const std::string& path) {
     std::vector<std::unique_ptr<unsigned char[]>> binaries;
     std::vector<unsigned char*> pointers;
     for (cl_uint i = 0; i < count; ++i) {
-        binaries.push_back(std::make_unique<unsigned char[]>(sizes[i]));
+        binaries.push_back(binary_memory(sizes[i]));
+        if (binaries.back() == nullptr) return false;
         pointers.push_back(binaries.back().get());
     }
     if (clGetProgramInfo(program, CL_PROGRAM_BINARIES, count * sizeof(unsigned char*), pointers.data(), nullptr) !=
@@ -182,9 +219,7 @@ bool Formatter::storeProgram(const std::string& path) {
     if (own == count) return true; // nothing to write counts as written
 
     log_info("path is %s ", path.c_str());
-    std::ofstream stream(path);
-    stream.write(reinterpret_cast<const char*>(pointers[own]), static_cast<std::streamsize>(sizes[own]));
-    fatal_check(stream.good(), {kStem, 482}, "stream.good()");
+    fatal_check(write_binary(path, pointers[own], sizes[own]), {kStem, 482}, "stream.good()");
     return true;
 }
 

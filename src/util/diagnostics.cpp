@@ -9,6 +9,9 @@
 int32_t debug_level = 1;
 
 namespace lumivert {
+
+std::atomic<int32_t> dump_request = 0;
+
 namespace {
 
 constexpr const char* kLogTag = "Lumivert";

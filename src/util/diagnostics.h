@@ -4,6 +4,7 @@
 /// are passed as arguments and stay what they are when code moves. The stems ("converter_vendor" and so on) likewise.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include <CL/cl.h>
@@ -19,9 +20,22 @@ enum LogBit : int32_t {
     kTraceBit = 4,    ///< entry, exit and planes
 };
 
-inline bool log_enabled(LogBit bit) {
-    return (debug_level & bit) != 0;
+/// `debug_level`, which is a plain integer for its users although an init may write it while other threads convert:
+/// the library reads and writes it through these two only.
+inline int32_t log_level() {
+    return __atomic_load_n(&debug_level, __ATOMIC_RELAXED);
 }
+inline void set_log_level(int32_t level) {
+    __atomic_store_n(&debug_level, level, __ATOMIC_RELAXED);
+}
+
+inline bool log_enabled(LogBit bit) {
+    return (log_level() & bit) != 0;
+}
+
+/// Not 0: conversions dump their frames. Like `debug_level` it belongs to all instances of the process, is set by every
+/// init (from "vendor.Lumivert.debug.dump") and may change while other threads convert.
+extern std::atomic<int32_t> dump_request;
 
 /// One line in the Android log under the library's tag.
 void log_debug(const char* format, ...) __attribute__((format(printf, 1, 2)));

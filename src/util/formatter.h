@@ -27,6 +27,10 @@ constexpr unsigned int round_up_for_import(unsigned int bytes) {
     return (bytes + kImportAlignment - 1) & ~(kImportAlignment - 1);
 }
 
+/// The most pixels, counted in whole blocks of 4 x 2, whose size in RGBA bytes does not wrap at 32 bits when it is
+/// rounded up for import.
+inline constexpr uint64_t kMostPixels = (uint64_t{UINT32_MAX} + 1 - kImportAlignment) / 4;
+
 /// Key of an imported plane. A plane is known by its descriptor alone: two keys with one handle are the same key
 /// whatever their sizes, so a descriptor must go on naming one buffer while the instance lives.
 class exported_memory {
@@ -61,6 +65,12 @@ public:
 
     Formatter(const Formatter&) = delete;
     Formatter& operator=(const Formatter&) = delete;
+
+    /// Makes the gain table, the work buffers and the default record of mode `NORMAL`; the destructor releases them.
+    /// Failures are logged in the name of `function`. False if the instance cannot work without what is missing.
+    bool make_work_buffers(const char* function);
+    /// Whether frames of this size have at most `kMostPixels`. Those that have more are never launched.
+    bool frame_fits() const;
 
     // ---- device -------------------------------------------------------------------------------------------------
 

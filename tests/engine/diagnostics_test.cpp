@@ -70,6 +70,7 @@ TEST_F(Filewrite, WritesWhatThereIsOfAFrame) {
     EXPECT_EQ(dump(P010_LINEAR, 64, 64, y, uv), bytes(64, 64));                // planes smaller than the frame
     EXPECT_EQ(dump(P010_LINEAR, 4, 2, {-1, 0, 64}, uv), bytes(0, 8));          // one that cannot be mapped
     EXPECT_EQ(dump(RGBA, 512, 512, {y.handle, 0, 1 << 20}, uv).size(), 4096U); // a mapping past the object's end
+    EXPECT_EQ(dump(NV12, 65536, 65536, y, uv), bytes(64, 64));                 // a product beyond 32 bits
     for (const int unwritten : {0, 4, 5}) {
         EXPECT_EQ(dump(unwritten, 4, 2, y, uv), "");
         EXPECT_THAT(log.texts(), ElementsAre("E filewrite entry !", "E This never happens"));

@@ -1,4 +1,32 @@
+#include <csignal>
+#include <cstdlib>
+#include <new>
+
 #include "engine_test.h"
+
+namespace {
+
+thread_local bool g_out_of_memory = false; // for operator new in this thread
+
+void* allocate(std::size_t size) {
+    return g_out_of_memory ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
+}
+
+} // namespace
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    if (void* memory = allocate(size)) return memory;
+    throw std::bad_alloc();
+}
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t& /*unused*/) noexcept {
+    return allocate(size);
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*unused*/) noexcept {
+    std::free(memory);
+}
 
 namespace lumivert {
 namespace {
@@ -327,6 +355,25 @@ TEST_F(EntryDeathTest, PlanesThatCannotBeUsedEndTheProcess) {
         },
         testing::ExitedWithCode(134),
         R"(ASSERT \[!\(clReleaseMemObject\(t\) == 0\)\] tag none: formatter:173 CHECK\(clReleaseMemObject\(t\) == CL_SUCCESS\) failed\.)");
+}
+
+TEST_F(EntryDeathTest, NoExceptionLeavesAnEntryPoint) {
+    HDR10PLUS_DYNAMIC_INFO info = default_record();
+    const auto without_memory = [](const auto& call) {
+        try {
+            g_out_of_memory = true;
+            call();
+        } catch (...) {
+        }
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(without_memory([] { const Instance instance(8, 4, NORMAL); }), testing::KilledBySignal(SIGABRT),
+                "bad_alloc");
+    const auto convert_without_memory = [&] { // a plane that is seen for the first time takes an entry of a table
+        const Instance instance(8, 4, NORMAL, false);
+        without_memory([&] { instance.convert(in, out, &info); });
+    };
+    EXPECT_EXIT(convert_without_memory(), testing::KilledBySignal(SIGABRT), "bad_alloc");
 }
 
 } // namespace

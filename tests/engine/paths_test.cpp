@@ -134,6 +134,27 @@ TEST_F(PathsTest, CallOpenClInTheirOrderAndCarryOnWhereOneFails) {
     }
 }
 
+TEST_F(PathsTest, LaunchNothingForFramesWhoseSizeWrapsAt32Bits) {
+    for (const PathCase& c : path_cases()) {
+        SCOPED_TRACE(std::string(c.path.name) + " to format " + std::to_string(c.format));
+        const Instance instance(10, 6, c.path.mode, c.path.pool);
+        engine_of(instance).mWidth = 65536; // times 16386 and 4: 524288 bytes, and more than 2^32
+        engine_of(instance).mHeight = 16386;
+        Frame in(P010_LINEAR, 10, 6);
+        Frame out(c.format, 10, 6);
+        spy::reset();
+        EXPECT_EQ(convert(c, instance, in, out), 1);
+        EXPECT_EQ(spy::count("clEnqueueNDRangeKernel"), 0);
+        std::vector<std::string> lines;
+        for (const Launch& l : c.launches)
+            lines.push_back(failure_line(c.path.name, "CL_INVALID_GLOBAL_WORK_SIZE", l.tag));
+        EXPECT_EQ(log.texts(), lines);
+    }
+    EXPECT_TRUE(Formatter(4, 268435448, HI_JACK).frame_fits());
+    EXPECT_FALSE(Formatter(4, 268435449, HI_JACK).frame_fits());
+    EXPECT_FALSE(Formatter(UINT32_MAX, 1, HI_JACK).frame_fits());
+}
+
 TEST_F(PathsTest, AnInstanceOfTheOtherFrameworkFindsNoStaticKernel) {
     const Instance c2(10, 6, HI_JACK, true);
     Frame in(P010_LINEAR, 10, 6);

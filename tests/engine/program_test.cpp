@@ -1,4 +1,9 @@
 #include <algorithm>
+#include <csignal>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "engine_test.h"
 #include "kernels/program_text.h"
@@ -27,6 +32,10 @@ TEST(BuildIdentifier, IsTheFirstRunWithoutSlashBeforeUserOrEng) {
     };
     for (const auto& c : cases)
         EXPECT_EQ(Formatter::getAPSoftwareVersion(c.fingerprint), c.expected) << c.fingerprint;
+
+    const std::string endless(1 << 20, 'x');
+    EXPECT_EQ(Formatter::getAPSoftwareVersion("b/" + endless + ":user/k"), endless);
+    EXPECT_EQ(Formatter::getAPSoftwareVersion(endless), "");
 }
 
 class ProgramCache : public EngineTest {
@@ -112,6 +121,16 @@ TEST_F(ProgramCacheDeathTest, EndsTheProcessOnWhatCannotBeRepaired) {
         write_file(path, bytes);
         ends(start, R"(416 CHECK\(error == CL_SUCCESS\) failed\.)");
     }
+    // Neither a folder nor a file that no memory can hold can be read.
+    std::remove(path.c_str());
+    ASSERT_EQ(mkdir(path.c_str(), 0700), 0);
+    ends(start, R"(412 CHECK\(temp.good\(\)\) failed\.)");
+    ASSERT_EQ(rmdir(path.c_str()), 0);
+    write_file(path, "");
+    if (truncate(path.c_str(), off_t{1} << (sizeof(off_t) > 4 ? 42 : 30)) == 0) {
+        ends(start, R"(412 CHECK\(temp.good\(\)\) failed\.)");
+    }
+    write_file(path, "not a program");
     const auto fetch = [&] {
         int status = 0;
         Formatter(6, 4, NORMAL).fetchProgram(status, path, read_file(path).size() + 1); // it became shorter since
@@ -130,6 +149,17 @@ TEST_F(ProgramCacheDeathTest, EndsTheProcessOnWhatCannotBeRepaired) {
         engine.storeProgram("/dev/full");
     };
     ends(fill_disk, "482 CHECK");
+    const auto fill_partition = [&] {
+        Formatter engine(6, 4, NORMAL);
+        engine.makeProgram();
+        EXPECT_TRUE(engine.storeProgram(path)); // the driver's own files are written by now
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit room = {4096, RLIM_INFINITY};
+        setrlimit(RLIMIT_FSIZE, &room);
+        engine.storeProgram(path);
+    };
+    ends(fill_partition, "482 CHECK");
+    EXPECT_THAT(folder.media_files(), ElementsAre()); // not even a part of it: the next init starts afresh
     setenv("ANDROID_DATA", "/nonexistent", 1);
     ends(start, R"(482 CHECK\(stream.good\(\)\) failed\.)");
     std::string name;

@@ -1,5 +1,6 @@
 /// Long runs through the shipped library: memory, descriptors and mappings stay flat. LUMIVERT_SOAK_FRAMES (10000) sets
 /// the length; the figures are printed.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
@@ -160,6 +161,23 @@ TEST_F(Soak, TwoInstancesInTwoThreads) {
     convert(normal, nv12, false, 0, Pool::kFrames);
     EXPECT_EQ(nv12.out[3].luma.contents(), alone[0]);
     EXPECT_EQ(p010.out[3].luma.contents(), alone[1]);
+}
+
+/// Every init sets the debug level, which the frames of other threads read.
+TEST_F(Soak, TwoThreadsOfWhichOneMakesInstances) {
+    const PoolInstance instance(NORMAL);
+    Pool pool(NV12);
+    const int length = std::max(soak_frames() / 1000, 1);
+    convert(instance, pool, false, 0, Pool::kFrames);
+    const std::string alone = pool.out[3].luma.contents();
+    std::thread other([&] {
+        for (int i = 0; i < length; ++i)
+            EXPECT_EQ(PoolInstance(HI_JACK).result(), 1);
+    });
+    for (int i = 0; i < length; ++i)
+        convert(instance, pool, i % 2 == 0, 0, Pool::kFrames);
+    other.join();
+    EXPECT_EQ(pool.out[3].luma.contents(), alone);
 }
 
 } // namespace
