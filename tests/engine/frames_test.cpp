@@ -1,21 +1,19 @@
-/// Frames through the entry points, every sample against an independent computation: static tables for both masters,
+/// Frames through the entry points, every sample against the reference: static tables for both masters,
 /// the HDR10+ path for every output format.
 #include "engine_test.h"
-#include "hdr10plus/curve_oracle.h"
-#include "kernels/lookup_tables.h"
-#include "kernels/oracle.h"
+#include "support/agreement.h"
 
 namespace lumivert {
 namespace {
 
-using test::Curve;
-using test::P010;
+using reference::P010;
+using test::agrees;
 
-/// Puts a picture's samples into a frame. The frames live as long as their instance: the retained paths know a buffer
-/// by its descriptor alone.
-void fill(Frame& frame, const P010& picture) {
-    std::copy(picture.y.begin(), picture.y.end(), frame.luma.words());
-    std::copy(picture.uv.begin(), picture.uv.end(), frame.chroma.words());
+/// Puts samples into a frame. The frames live as long as their instance: the retained paths know a buffer by its
+/// descriptor alone.
+void fill(Frame& frame, const P010& samples) {
+    std::copy(samples.luma.begin(), samples.luma.end(), frame.luma.words());
+    std::copy(samples.chroma.begin(), samples.chroma.end(), frame.chroma.words());
 }
 
 class Frames : public EngineTest, public testing::WithParamInterface<std::pair<int, int>> {
@@ -36,36 +34,22 @@ INSTANTIATE_TEST_SUITE_P(Large, StaticFrames, testing::Values(std::pair{1920, 10
 INSTANTIATE_TEST_SUITE_P(Small, Hdr10PlusFrames, testing::Values(std::pair{4, 2}, std::pair{132, 38}));
 INSTANTIATE_TEST_SUITE_P(Large, Hdr10PlusFrames, testing::Values(std::pair{640, 360}));
 
-TEST_P(StaticFrames, AgreeWithTheOracle) {
+TEST_P(StaticFrames, AgreeWithTheReference) {
     Frame out(P010_LINEAR, w, h);
     const Instance pool(w, h, HI_JACK, true);
     const Instance retained(w, h, HI_JACK, false);
-    for (const test::Picture& picture : test::pictures(1023, true)) {
-        if (width > 130 && std::string(picture.name) != "random") continue; // it holds all the others
-        const P010 in(width, height, picture);
-        for (const uint32_t nits : {1000U, 4000U}) {
-            const std::vector<int> table = nits == 1000 ? test::table_1000() : test::table_4000();
-            fill(frame, in);
-            ASSERT_EQ(pool.convert1(frame, out, nullptr, nits * 10000), 1);
-            EXPECT_TRUE(std::equal(in.y.begin(), in.y.end(), frame.luma.words())) << "input changed";
-            test::expect_static(table, in.y.data(), in.uv.data(), width, height, out.luma.words(), out.chroma.words(),
-                                in.name + ", pool");
-            ASSERT_EQ(retained.convert(frame, out, nullptr, nits), 1); // in place
-            test::expect_static(table, in.y.data(), in.uv.data(), width, height, frame.luma.words(),
-                                frame.chroma.words(), in.name + ", retained");
-        }
+    const P010 in = reference::test_frame(width, height, 1);
+    const P010 zeros(width, height);
+    for (const uint32_t nits : {1000U, 4000U}) {
+        SCOPED_TRACE(nits);
+        const reference::StaticTable& table = reference::table_for(nits);
+        fill(frame, in);
+        ASSERT_EQ(pool.convert1(frame, out, nullptr, nits * 10000), 1);
+        EXPECT_TRUE(std::equal(in.luma.begin(), in.luma.end(), frame.luma.words())) << "input changed";
+        EXPECT_TRUE(agrees(reference::compare_static(table, in, zeros, out.luma.words(), out.chroma.words())));
+        ASSERT_EQ(retained.convert(frame, out, nullptr, nits), 1); // in place
+        EXPECT_TRUE(agrees(reference::compare_static(table, in, in, frame.luma.words(), frame.chroma.words())));
     }
-}
-
-/// The gain table of a record for the 250 cd/m2 display of both paths.
-Curve oracle_curve(const HDR10PLUS_DYNAMIC_INFO& info) {
-    const oracle::Curve curve = oracle::curve(info, 250);
-    Curve table{std::vector<float>(256), static_cast<float>(curve.normalize_x), static_cast<float>(curve.kx)};
-    for (int i = 1; i < 255; ++i)
-        table.gains[static_cast<std::size_t>(i)] = static_cast<float>(oracle::gain(curve, i / 254.0));
-    table.gains[0] = table.gains[1];
-    table.gains[255] = table.gains[254];
-    return table;
 }
 
 /// Records that take every road: the metadata's own curve, one for another display, none at all, a dim scene.
@@ -80,39 +64,36 @@ std::vector<HDR10PLUS_DYNAMIC_INFO> records() {
     return all;
 }
 
-TEST_P(Hdr10PlusFrames, AgreeWithTheOracle) {
+TEST_P(Hdr10PlusFrames, AgreeWithTheReference) {
     Frame nv12(NV12, w, h);
     Frame p010(P010_LINEAR, w, h);
     Frame rgba_out(RGBA, w, h);
     const Instance instance(w, h, NORMAL);
     const auto* intermediate = static_cast<const uint8_t*>(engine_of(instance).mWorkHost0);
     const auto* own_rgba = static_cast<const uint8_t*>(engine_of(instance).mWorkHost1);
-    const std::size_t bytes = std::size_t{w} * h * 4;
     // Of the retained and the pooled frames of each format, RGBA last: it takes the work buffer's place.
     const auto convert = [&](Frame& out, bool pool, const P010& in, HDR10PLUS_DYNAMIC_INFO& info) {
+        SCOPED_TRACE(testing::Message() << "format " << out.format << (pool ? ", pool" : ", retained"));
         fill(frame, in);
         ASSERT_EQ(pool ? instance.convert1(frame, out, &info) : instance.convert(frame, out, &info), 1);
-        const std::string what = in.name + (pool ? ", pool" : ", retained");
-        const std::vector<uint8_t> converted(intermediate, intermediate + bytes);
-        test::expect_rgba_of(in, converted, 64, 0);
+        const reference::ToneMap map = reference::tone_map_of(reference::curve_for(info, 250));
+        EXPECT_TRUE(agrees(reference::compare_unmapped(in, 64, intermediate, 0)));
         const uint8_t* rgba = out.format == RGBA ? out.luma.bytes() : own_rgba;
-        test::expect_tone_mapped(intermediate, rgba, bytes, width, oracle_curve(info), what);
+        EXPECT_TRUE(agrees(reference::compare_tone_mapped(intermediate, width, height, map, rgba)));
         if (out.format == NV12) {
-            test::expect_yuv_of<uint8_t>(test::kNv12, rgba, width, height, out.luma.bytes(), out.chroma.bytes(), 0,
-                                         what);
+            EXPECT_TRUE(agrees(reference::compare_yuv_of_rgba<uint8_t>(reference::kToNv12, rgba, width, height,
+                                                                       out.luma.bytes(), out.chroma.bytes(), 0)));
         } else if (out.format == P010_LINEAR) {
-            test::expect_yuv_of<uint16_t>(test::kP010, rgba, width, height, out.luma.words(), out.chroma.words(), 0,
-                                          what);
+            EXPECT_TRUE(agrees(reference::compare_yuv_of_rgba<uint16_t>(reference::kToP010, rgba, width, height,
+                                                                        out.luma.words(), out.chroma.words(), 0)));
         }
     };
     for (Frame* const out : {&nv12, &p010, &rgba_out}) {
-        for (const test::Picture& picture : test::pictures(1023, true)) {
-            const P010 in(width, height, picture);
-            for (HDR10PLUS_DYNAMIC_INFO& info : records()) {
-                if (width == 640 && info.tone_mapping_flag == 0) continue;
-                convert(*out, true, in, info);
-                if (out != &p010) convert(*out, false, in, info); // which the retained path leaves unwritten
-            }
+        for (HDR10PLUS_DYNAMIC_INFO& info : records()) {
+            if (width == 640 && info.tone_mapping_flag == 0) continue;
+            const P010 in = reference::test_frame(width, height, info.display_max_luminance);
+            convert(*out, true, in, info);
+            if (out != &p010) convert(*out, false, in, info); // which the retained path leaves unwritten
         }
     }
 }
