@@ -118,6 +118,7 @@ TEST_F(ProgramCacheDeathTest, EndsTheProcessOnWhatCannotBeRepaired) {
     };
     const auto start = [&] { compile(); };
     for (const char* bytes : {"", "not a program"}) {
+        if (*bytes != '\0' && on_rusticl()) continue; // 22.3 panics on it
         write_file(path, bytes);
         ends(start, R"(416 CHECK\(error == CL_SUCCESS\) failed\.)");
     }

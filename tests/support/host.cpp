@@ -7,6 +7,7 @@
 #include <iterator>
 #include <random>
 
+#include <CL/cl.h>
 #include <android-base/properties.h>
 #include <malloc.h>
 #include <sys/mman.h>
@@ -40,6 +41,14 @@ std::vector<std::string> DataFolder::media_files() const {
         names.push_back(entry.path().filename());
     std::sort(names.begin(), names.end());
     return names;
+}
+
+bool on_rusticl() {
+    cl_platform_id platform = nullptr;
+    char name[64] = "";
+    clGetPlatformIDs(1, &platform, nullptr);
+    clGetPlatformInfo(platform, CL_PLATFORM_NAME, sizeof(name), name, nullptr);
+    return std::string(name) == "rusticl";
 }
 
 void write_file(const std::string& path, const std::string& bytes) {

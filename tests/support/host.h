@@ -25,6 +25,9 @@ private:
     std::string mRoot;
 };
 
+/// Whether the OpenCL implementation under test is Mesa's rusticl.
+bool on_rusticl();
+
 void write_file(const std::string& path, const std::string& bytes);
 std::string read_file(const std::string& path); ///< empty if there is none
 
