@@ -4,7 +4,6 @@
 #include "hdr10plus/units.h"
 #include "lumivert/hdr10plus.h"
 
-using lumivert::peak_ratio;
 using lumivert::valid_entries;
 
 namespace {
@@ -27,6 +26,11 @@ constexpr AnchorShape kAnchorShapes[] = {
     {0.4839F, 0.5582F, 0.2839F}, {0.6325F, 0.6745F, 0.3325F}, {0.7253F, 0.7703F, 0.3253F}, {0.7722F, 0.8231F, 0.2722F},
     {0.8201F, 0.8729F, 0.2201F}, {0.8837F, 0.9130F, 0.1837F}, {0.9208F, 0.9599F, 0.1208F}, {0.9580F, 0.9844F, 0.0580F},
 };
+
+/// Peak of a display over the larger of its peak and the scene's: 1 where the display can show the whole scene.
+float peak_ratio(float display, float scene) {
+    return display / std::max(display, scene);
+}
 
 float shape_at(const AnchorShape& shape, float median) {
     if (median <= 0.05F) return shape.dark;
@@ -104,6 +108,29 @@ void join_at_knee(HDR10PLUS_TM_CURVE& curve, float ratio, float display, float s
 } // namespace
 
 namespace LIB_HDR10PLUS_META {
+
+float rampWeight(float w0, float w1, float x0, float x1, float x) {
+    if (x0 == x1) return x < x0 ? w0 : w1;
+    if (!(x > x0)) return w0;
+    if (x >= x1) return w1;
+    return (x - x0) * (w1 - w0) / (x1 - x0) + w0;
+}
+
+float calcP1(float kx, float ky, float target_lum, float scene_lum, float cap_x0, float cap_x1, float cap_hi,
+             float cap_lo, float ky_x0, float ky_x1, float r_x0, float r_x1, float w_x0, float w_x1, float gain_hi,
+             float* weight_out) {
+    const float ratio = peak_ratio(target_lum, scene_lum);
+    const float cap = rampWeight(cap_lo, cap_hi, cap_x0, cap_x1, ky);
+
+    // The slope of an order-10 Bezier curve at its start is 10 P1 (1 - ky) / (1 - kx); this P1 makes it 1 / ratio.
+    const float smooth = (1.0F - std::min(kx, 0.9999F)) / (ratio * (10.0F - 10.0F * std::min(ky, 0.9999F)));
+    const float limited = std::max(std::min(smooth, cap), 0.0F);
+
+    const float weight = rampWeight(1.0F, 0.0F, ky_x0, ky_x1, ky) * rampWeight(1.0F, 0.0F, r_x0, r_x1, ratio);
+    if (weight_out != nullptr) *weight_out = weight;
+    const float gain = rampWeight(1.0F, gain_hi, w_x0, w_x1, weight);
+    return std::min(std::max(gain * limited, 0.1F), cap); // in this order: a cap below 0.1 wins
+}
 
 void BasisOOTF(HDR10PLUS_TM_CURVE* curve, const HDR10PLUS_DYNAMIC_INFO* info, unsigned int target, float scene_peak) {
     const float display = static_cast<float>(target);

@@ -4,7 +4,6 @@
 #include "lumivert/hdr10plus.h"
 
 using lumivert::from_tenths;
-using lumivert::peak_ratio;
 using lumivert::valid_entries;
 
 namespace {
@@ -66,29 +65,6 @@ float GetSceneMaxL(const HDR10PLUS_DYNAMIC_INFO* info) {
 void getPercentile_50_99(const HDR10PLUS_DYNAMIC_INFO* info, float& p50, float& p99) {
     p50 = percentile(*info, 50.0F, 50.0F);
     p99 = percentile(*info, 99.0F, 99.95F); // deliberately nearer to the maximum than the point it stands for
-}
-
-float rampWeight(float w0, float w1, float x0, float x1, float x) {
-    if (x0 == x1) return x < x0 ? w0 : w1;
-    if (!(x > x0)) return w0;
-    if (x >= x1) return w1;
-    return (x - x0) * (w1 - w0) / (x1 - x0) + w0;
-}
-
-float calcP1(float kx, float ky, float target_lum, float scene_lum, float cap_x0, float cap_x1, float cap_hi,
-             float cap_lo, float ky_x0, float ky_x1, float r_x0, float r_x1, float w_x0, float w_x1, float gain_hi,
-             float* weight_out) {
-    const float ratio = peak_ratio(target_lum, scene_lum);
-    const float cap = rampWeight(cap_lo, cap_hi, cap_x0, cap_x1, ky);
-
-    // The slope of an order-10 Bezier curve at its start is 10 P1 (1 - ky) / (1 - kx); this P1 makes it 1 / ratio.
-    const float smooth = (1.0F - std::min(kx, 0.9999F)) / (ratio * (10.0F - 10.0F * std::min(ky, 0.9999F)));
-    const float limited = std::max(std::min(smooth, cap), 0.0F);
-
-    const float weight = rampWeight(1.0F, 0.0F, ky_x0, ky_x1, ky) * rampWeight(1.0F, 0.0F, r_x0, r_x1, ratio);
-    if (weight_out != nullptr) *weight_out = weight;
-    const float gain = rampWeight(1.0F, gain_hi, w_x0, w_x1, weight);
-    return std::min(std::max(gain * limited, 0.1F), cap); // in this order: a cap below 0.1 wins
 }
 
 } // namespace LIB_HDR10PLUS_META

@@ -1,4 +1,4 @@
-/// How the metadata's integers read: units, limits, and the ratio that every curve hangs on.
+/// Units and limits of the integers in the metadata record.
 #pragma once
 
 #include <algorithm>
@@ -17,11 +17,6 @@ inline unsigned valid_entries(uint8_t count) {
 /// Metadata luminance (0.1 cd/m2) in cd/m2.
 inline float from_tenths(uint32_t luminance) {
     return static_cast<float>(luminance) * 0.1F;
-}
-
-/// Peak of a display over the larger of its peak and the scene's: 1 where the display shows the whole scene.
-inline float peak_ratio(float display, float scene) {
-    return display / std::max(display, scene);
 }
 
 } // namespace lumivert

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Cuts the device program into its 192 pieces and writes them as a C++ source.
+"""Cuts the device program into pieces and writes them as a C++ source.
 
     assemble.py -o program_text.cpp *.cl *.inc          the piece table (program_text.h)
 
-Inputs are told apart by file name, so their order and folder do not matter; the command serves CMake and a Soong
-genrule (cmd: "$(location lumivert_assemble) -o $(out) $(in)") alike. The pieces:
+CMake and the Android build both run this on all .cl and .inc files of the folder, in any order: INPUTS below is the
+one list of them. The compiler checks that there are as many pieces as program_text.h declares. They are:
 
     0            the curve record                                        record.cl
     1            constants and helpers, "__kernel void"                  prelude.cl, colour_stages.cl
@@ -24,7 +24,6 @@ import sys
 
 INPUTS = ("record.cl", "prelude.cl", "colour_stages.cl", "static_tonemap.cl", "lookup_1000.inc", "lookup_4000.inc",
           "colour.cl")
-PIECES = 192
 PIECES_PER_STATIC_KERNEL = 47
 TABLE_ENTRIES = 1024
 KERNEL = "__kernel void"
@@ -42,14 +41,13 @@ def fail(message):
 
 def read_inputs(paths):
     files = {path.name: path.read_text(encoding="ascii") for path in map(pathlib.Path, paths)}
-    for name in INPUTS:
-        if name not in files:
-            fail(f"input {name} is missing")
+    for name in sorted(files.keys() ^ set(INPUTS)):
+        fail(f"input {name} is missing" if name in INPUTS else f"{name} belongs to no piece: add it to INPUTS")
     return files
 
 
 def without_contract(text):
-    """The text behind the comment that opens a file."""
+    """The text after the comment that opens a file."""
     lines = text.splitlines(keepends=True)
     while lines and (lines[0].startswith("//") or not lines[0].strip()):
         lines.pop(0)
@@ -82,7 +80,7 @@ def static_kernel(files, name, nits, in_place):
               match["table"] + lookup_values(files, nits) + match["table_end"] + match["first"], *statements, "}\n"]
     if len(pieces) != PIECES_PER_STATIC_KERNEL:
         fail(f"static_tonemap.cl gives {len(pieces)} pieces, not {PIECES_PER_STATIC_KERNEL}: "
-             f"{len(statements)} statements and comments behind the first statement")
+             f"{len(statements)} statements and comments after the first statement")
     return pieces
 
 
@@ -97,8 +95,6 @@ def assemble(files):
     pieces = [without_contract(files["record.cl"]), helpers + "\n" + opening,
               *io_1000, *inout_1000, *io_4000, opening, *inout_4000,
               without_contract(files["colour.cl"])]
-    if len(pieces) != PIECES:
-        fail(f"{len(pieces)} pieces, not {PIECES}")
     found = re.findall(r"__kernel\s+void\s+(\w+)", "".join(pieces))
     if found != KERNELS:
         fail(f"the program's kernels are {', '.join(found)}; they should be {', '.join(KERNELS)}")
@@ -110,7 +106,7 @@ def cpp_source(pieces):
     return ("// Made by assemble.py from the .cl files; edit those.\n"
             '#include "kernels/program_text.h"\n\n'
             "namespace lumivert {\n\n"
-            "const char* const kProgramPieces[kProgramPieceCount] = {\n"
+            "const char* const kProgramPieces[] = {\n"
             f"{literals},\n}};\n\n"
             "} // namespace lumivert\n")
 

@@ -1,13 +1,13 @@
 /// The OpenCL C program that does all of the library's GPU work, as text.
 ///
-/// The pieces, put one after the other, are one translation unit with ten kernels; each is NUL-terminated and ends with
-/// a newline. They serve `clCreateProgramWithSource` as they are:
+/// Concatenated, the pieces are one translation unit with ten kernels. Each piece ends with a newline and a NUL, so the
+/// array can be passed to `clCreateProgramWithSource` as it is:
 ///
 ///     clCreateProgramWithSource(context, lumivert::kProgramPieceCount,
 ///                               const_cast<const char**>(lumivert::kProgramPieces), nullptr, &error);
 ///
-/// The text is for the build option "-cl-fast-relaxed-math". It lives in the .cl files beside this header;
-/// `assemble.py` cuts it.
+/// The program is OpenCL C 1.2 and is built with "-cl-fast-relaxed-math". Its source is the .cl and .inc files beside
+/// this header; `assemble.py` cuts it into pieces.
 #pragma once
 
 namespace lumivert {

@@ -1,5 +1,8 @@
+#include <cstdlib>
+#include <fstream>
 #include <numeric>
 #include <regex>
+#include <set>
 
 #include "kernels/device.h"
 #include "kernels/lookup_tables.h"
@@ -31,6 +34,36 @@ TEST(ProgramText, PiecesAreCutWhereTheyBelong) {
             EXPECT_TRUE(std::regex_match(kProgramPieces[i], statement_or_comment)) << kProgramPieces[i];
         EXPECT_STREQ(kProgramPieces[first + 46], first < 96 ? "}\n__kernel void\n" : "}\n");
     }
+}
+
+// Compilers differ in what they take beyond the language they are asked for, so each at hand has its say; this test
+// also runs on other OpenCL implementations. Newer attributes pass in some that should refuse them.
+TEST(ProgramText, IsOpenClC12ToEveryCompiler) {
+    const Device device("-cl-std=CL1.2 -cl-fast-relaxed-math -Werror");
+
+    std::string text;
+    for (const char* piece : kProgramPieces)
+        text += piece;
+    const std::string path = testing::TempDir() + "lumivert-program.cl";
+    std::ofstream(path) << text;
+    for (const char* clang : {"clang", "clang-13", "clang-14", "clang-15", "clang-16", "clang-17", "clang-18",
+                              "clang-19", "clang-20", "clang-21"}) {
+        const std::string at_hand = std::string("command -v ") + clang + " >/dev/null";
+        if (std::system(at_hand.c_str()) != 0) continue;
+        const std::string compile = std::string(clang) +
+                                    " -x cl -cl-std=CL1.2 -Xclang -finclude-default-header "
+                                    "-fsyntax-only -Wall -Wextra -Wpedantic -Wno-unused -Werror "
+                                    "-Wno-unused-parameter " +
+                                    path;
+        EXPECT_EQ(std::system(compile.c_str()), 0) << clang;
+    }
+    std::remove(path.c_str());
+
+    const std::regex attribute(R"(__attribute__\s*\(\(\s*(\w+))");
+    const std::set<std::string> in_version_1_2 = {
+        "aligned", "endian", "packed", "reqd_work_group_size", "vec_type_hint", "work_group_size_hint"};
+    for (std::sregex_iterator found(text.begin(), text.end(), attribute), end; found != end; ++found)
+        EXPECT_EQ(in_version_1_2.count((*found)[1]), 1U) << (*found)[1];
 }
 
 // Without a warning, too. What no kernel uses is tried by one of the test's own: the record and the four-lane clamps.
@@ -74,6 +107,13 @@ TEST(StaticTables, RiseThroughTheKnownPoints) {
     }
     EXPECT_TRUE(std::equal(&tables[0].values[0], &tables[0].values[282], &tables[1].values[0]))
         << "one shadow for both";
+    // From there on the tables differ, up to the second one's saturation: they cross in one step.
+    for (size_t i = 282; i < 854; ++i) {
+        const int ahead = tables[0].values[i] - tables[1].values[i];
+        EXPECT_TRUE(i < 345 ? ahead < 0 : ahead > 0) << i;
+    }
+    EXPECT_THAT(std::vector<int>(&tables[0].values[344], &tables[0].values[346]), ElementsAre(208, 210));
+    EXPECT_THAT(std::vector<int>(&tables[1].values[344], &tables[1].values[346]), ElementsAre(209, 209));
 }
 
 } // namespace
