@@ -137,6 +137,59 @@ TEST(Curve, AgreesWithTheReference) {
     }
 }
 
+/// What must hold for a curve whatever the record, looked at from outside: output over input.
+TEST(Curve, KeepsItsShape) {
+    constexpr unsigned kInputs = 254; // of the table that conversions use
+    Random random;
+    for (unsigned i = 0; i < 4 * 16 * 10; ++i) {
+        SCOPED_TRACE(testing::Message() << "record " << i);
+        const bool carries_curve = i % 4 != 0;
+        const unsigned count = i / 4 % 16;
+        const auto [info, target] = make_frame(carries_curve, count, random);
+        const unsigned display = std::max(target, 200U);
+        const float peak = LIB_HDR10PLUS_META::GetSceneMaxL(&info);
+        const bool as_graded = carries_curve && display == info.display_max_luminance;
+        const bool shows_all = carries_curve && !as_graded && static_cast<float>(display) >= peak;
+        const HDR10PLUS_TM_CURVE curve = curve_of(info, target);
+        const float kx = curve.f_knee_point_x;
+        const float ky = curve.f_knee_point_y;
+        const float* const anchors = curve.f_bezier_curve_anchors;
+        const unsigned order = curve.num_bezier_curve_anchors + 1U;
+        const bool regular = order > 3 && order < 16; // the shortest curves and the longest weigh their anchors oddly
+        const bool rises = regular && std::is_sorted(anchors, anchors + order - 1);
+        EXPECT_GT(curve.normalize_x, 0);
+        EXPECT_LE(curve.normalize_x, 50) << "10000 cd/m2 over a display of 200 at least";
+        EXPECT_TRUE(kx >= 0 && kx <= ky && ky <= 1) << kx << ", " << ky << ": nothing gets darker below the knee";
+        EXPECT_TRUE(std::all_of(anchors, anchors + order - 1, [](float a) { return a >= 0 && a <= 1; }));
+
+        const auto& [preapplied, plain] = gains_of(curve, kInputs + 2);
+        for (const Gains& gains : {preapplied, plain}) {
+            EXPECT_EQ(gains.front(), gains[1]);
+            EXPECT_EQ(gains.back(), gains[kInputs]);
+            EXPECT_TRUE(close_to(1, gains[kInputs], 1e-6)) << "white stays white";
+            float below = 0; // the output for the input before
+            for (unsigned x = 1; x <= kInputs; ++x) {
+                const float input = static_cast<float>(x) / kInputs;
+                const float output = gains[x] * input;
+                ASSERT_TRUE(output >= 0 && output <= (order == 16 ? 2.1F : 1 + 1e-5F)) << x << ": " << output;
+                ASSERT_TRUE(input > kx || close_to(ky / kx, gains[x], 1e-6)) << x << ": a line below the knee";
+                ASSERT_TRUE(!rises || output >= below - 2e-6F) << x << ": brighter in, darker out";
+                ASSERT_TRUE(carries_curve || gains[x] >= 1 - 1e-6F) << x << ": a generated curve darkens nothing";
+                ASSERT_TRUE(!shows_all || !regular || close_to(1, gains[x], 1e-5))
+                    << x << ": the display shows the whole scene";
+                const bool just_above_knee = input > kx && input - kx <= 1.0F / kInputs && kx < 0.99F;
+                const float steepest = static_cast<float>(order) * (1 - ky) / (1 - kx);
+                ASSERT_TRUE(!regular || !just_above_knee || std::abs(output - ky) <= steepest * (input - kx) + 1e-5F)
+                    << x << ": a jump at the knee from " << ky << " to " << output;
+                below = output;
+            }
+        }
+        // Below the knee a display shows the scene's own luminances, unless the curve is taken as it was graded.
+        EXPECT_TRUE(as_graded || kx == 0 || peak > 10000 ||
+                    close_to(10000 / curve.normalize_x, ky / kx * static_cast<float>(display), 1e-5));
+    }
+}
+
 TEST(Curve, WorkedFigures) {
     HDR10PLUS_DYNAMIC_INFO usual = {}; // for 250 cd/m2
     lumivert::default_metadata(1000, 1000, &usual);
