@@ -1,18 +1,21 @@
-/// How a decoder component calls the library, in C11: three frames as a Codec2 component and three as an OpenMAX one.
+/// How a decoder component calls the library, in C11: three frames as a Codec2 component, three as an OpenMAX
+/// component.
 ///
 ///     mkdir -p /tmp/lumivert/vendor/media
 ///     cc -I include docs/examples/caller.c -L build -lLumivert -Wl,-rpath,build -o build/caller
 ///     ANDROID_DATA=/tmp/lumivert build/caller
 ///
-/// On a workstation $ANDROID_DATA stands for /data. In a component the planes are
-/// the codec's own dma-bufs; here each is a memfd with a grey picture in it.
-#define _GNU_SOURCE // memfd_create
+/// On a workstation $ANDROID_DATA takes the place of /data. In a component, the planes are the codec's dma-bufs; here
+/// each is a piece of shared memory with a grey picture in it.
+#define _GNU_SOURCE // syscall
 
+#include <linux/memfd.h>
 #include <stdbool.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "lumivert/converter.h"
@@ -21,10 +24,16 @@ enum { WIDTH = 64, HEIGHT = 32, FRAMES = 3 };
 
 // ---- planes ---------------------------------------------------------------------------------------------------------
 
-/// A plane in memory of its own. The library rounds sizes up to 128 bytes when it imports, so the memory reaches that
-/// far. The descriptor is -1 on failure, which the library must never see: it ends the process over such a plane.
+/// Anonymous shared memory. The system call is there since Linux 3.17, the C function since Android 11 (API level 30).
+static int open_memory(void) {
+    return (int)syscall(SYS_memfd_create, "plane", MFD_CLOEXEC);
+}
+
+/// A plane in memory of its own. The library rounds plane sizes up to a multiple of 128 bytes when it imports them, so
+/// the memory must be that large. On failure the descriptor is -1; never pass that to the library, which would end the
+/// process.
 static _MULTIPLANE_t open_plane(size_t bytes) {
-    _MULTIPLANE_t plane = {memfd_create("plane", MFD_CLOEXEC), 0, (int32_t)bytes};
+    _MULTIPLANE_t plane = {open_memory(), 0, (int32_t)bytes};
     if (plane.handle >= 0 && ftruncate(plane.handle, (off_t)((bytes + 127) / 128 * 128)) != 0) {
         close(plane.handle);
         plane.handle = -1;
@@ -32,7 +41,7 @@ static _MULTIPLANE_t open_plane(size_t bytes) {
     return plane;
 }
 
-/// Luma and half as much chroma, tightly packed, for whole blocks of 4 x 2 pixels.
+/// A luma plane and a chroma plane of half its size, tightly packed, large enough for whole blocks of 4 x 2 pixels.
 static _HDR2SDR_config_params_t open_frame(_Image_ColorFormat format) {
     const size_t samples = (size_t)(WIDTH + 3) / 4 * 4 * ((HEIGHT + 1) / 2 * 2);
     const size_t luma_bytes = samples * (format == P010_LINEAR ? 2 : 1);
@@ -43,14 +52,14 @@ static bool is_open(const _HDR2SDR_config_params_t* frame) {
     return frame->buffer[0].handle > 0 && frame->buffer[1].handle > 0;
 }
 
-/// The library never closes a descriptor, whatever it returned.
+/// Descriptors are always the caller's to close.
 static void close_frame(const _HDR2SDR_config_params_t* frame) {
     for (int i = 0; i < 2; ++i) {
         if (frame->buffer[i].handle >= 0) close(frame->buffer[i].handle);
     }
 }
 
-/// Stands for the decoder: fills a plane with one 10-bit code.
+/// In place of the decoder: fills a plane with one 10-bit code.
 static bool decode_grey(const _MULTIPLANE_t* plane, unsigned int code) {
     uint16_t* words = mmap(NULL, (size_t)plane->size, PROT_READ | PROT_WRITE, MAP_SHARED, plane->handle, 0);
     if (words == MAP_FAILED) return false;
@@ -59,12 +68,12 @@ static bool decode_grey(const _MULTIPLANE_t* plane, unsigned int code) {
     return munmap(words, (size_t)plane->size) == 0;
 }
 
-/// PQ luma code 400 is 27 cd/m2, chroma code 512 is neutral.
+/// PQ luma code 400 is 27 cd/m2 (SMPTE ST 2084, limited range); chroma code 512 is neutral.
 static bool decode_frame(const _HDR2SDR_config_params_t* frame) {
     return decode_grey(&frame->buffer[0], 400) && decode_grey(&frame->buffer[1], 512);
 }
 
-/// Stands for the display: prints the first bytes of luma and chroma.
+/// In place of the display: prints the first samples of luma and chroma.
 static bool show_frame(const char* who, const _HDR2SDR_config_params_t* frame) {
     uint8_t luma[2];
     uint8_t chroma[4];
@@ -81,17 +90,17 @@ static bool show_frame(const char* who, const _HDR2SDR_config_params_t* frame) {
 
 // ---- Codec2 ---------------------------------------------------------------------------------------------------------
 
-/// One frame through buffers of a block pool: they may be gone with the frame.
+/// One frame in buffers of a block pool, which may be closed as soon as the frame is converted.
 static bool convert_block(void* converter) {
-    // Mastering peak, second luminance and MaxCLL in 0.0001 cd/m2. A frame without HDR10+ metadata, as here, is mapped
-    // by a default record chosen from them; a frame with metadata passes its record instead of null.
+    // Mastering peak, minimum luminance and MaxCLL in units of 0.0001 cd/m2. This frame has no HDR10+ metadata, so the
+    // library uses a default record chosen by these values. Pass a frame's own record instead of null if it has one.
     static const uint32_t static_info[3] = {1000 * 10000, 50, 1000 * 10000};
 
     _HDR2SDR_config_params_t in = open_frame(P010_LINEAR);
     _HDR2SDR_config_params_t out = open_frame(NV12);
     bool shown = false;
     if (is_open(&in) && is_open(&out) && decode_frame(&in)) {
-        // 0 is a refused frame; the log (tag "Lumivert") has the reason, and the planes are as they were.
+        // 0: the frame was refused. The log (tag "Lumivert") has the reason; the planes are unchanged.
         if (CL_HDR2SDR_ARM_convert1(&in, &out, NULL, static_info, converter, 0) == 1) {
             shown = show_frame("codec2", &out);
         }
@@ -114,8 +123,8 @@ static bool run_codec2(void) {
 
 // ---- OpenMAX --------------------------------------------------------------------------------------------------------
 
-/// Mode HI_JACK: a fixed table, in place. The buffers of a port are allocated once and come back frame after frame; the
-/// library knows each by its descriptor's number, so they are closed after deinit and not before.
+/// Mode HI_JACK: a fixed table, in place. A port's buffers are allocated once and used for frame after frame. The
+/// library recognises each by the number of its descriptor, so close them only after deinit.
 static bool run_openmax(void) {
     const uint32_t mastering_peak = 1000; // whole cd/m2 here
 

@@ -1,5 +1,5 @@
 #include <algorithm>
-#include <filesystem>
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <numeric>
@@ -29,7 +29,7 @@ Bytes counting(size_t size) {
 class RawImage : public testing::Test {
 protected:
     RawImage() : path_(testing::TempDir() + "raw_image_" + std::to_string(getpid())) {}
-    ~RawImage() override { std::filesystem::remove(path_); }
+    ~RawImage() override { std::remove(path_.c_str()); }
 
     void file(const Bytes& bytes) const {
         std::ofstream(path_, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
