@@ -13,6 +13,8 @@ import os
 import pathlib
 import platform
 import re
+import shutil
+import statistics
 import subprocess
 import sys
 import tempfile
@@ -30,8 +32,42 @@ def run_json(command, **options):
     return json.loads(subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True, **options).stdout)
 
 
+def measure_paths(build, *arguments):
+    """What path_bench finds: its device, and median and 99th percentile of each result beside memcpy's."""
+    found = run_json([build / "bench" / "path_bench", *arguments, "--benchmark_format=json"])
+    ms = {}
+    for entry in sorted(found["benchmarks"], key=lambda entry: entry["family_index"]):
+        if entry["aggregate_name"] in ("median", "p99"):
+            ms.setdefault(entry["run_name"].split("/")[0], {})[entry["aggregate_name"]] = entry["real_time"]
+    width, height = map(int, arguments[arguments.index("--size") + 1].split("x"))
+    context = found["context"]
+    return {"device": {key: context[key] for key in ("platform", "version", "driver")} | {"name": context["device"]},
+            "results": [{"name": name, "width": width, "height": height, "ms": times,
+                         "memcpy_ratio": times["median"] / ms["memcpy"]["median"]} for name, times in ms.items()]}
+
+
+def measure_starts(build, rounds=5):
+    """Medians of init and first frame in milliseconds, by what earlier runs left behind."""
+    found = {"cold": [], "cached": [], "warm": []}
+    for _ in range(rounds):
+        with tempfile.TemporaryDirectory() as folder:
+            drivers_cache = pathlib.Path(folder, "pocl")
+            environment = {**os.environ, "XDG_CACHE_HOME": folder, "POCL_CACHE_DIR": str(drivers_cache)}
+            for how, starts in found.items():
+                if how != "warm":  # only the last one finds what the driver kept from the one before
+                    shutil.rmtree(drivers_cache, ignore_errors=True)
+                starts.append(run_json([build / "bench" / "start_bench", "64x64"], env=environment))
+    return {key: {how: statistics.median(start[key] for start in starts) for how, starts in found.items()}
+            for key in ("init_ms", "first_frame_ms")}
+
+
+def measure_memory(build):
+    """Peak memory in MiB of a process that converts HDR10+ frames to NV12."""
+    return {size: run_json([build / "bench" / "start_bench", size])["peak_mib"] for size in SIZES}
+
+
 def measure_host(build):
-    """Microseconds of processor time: other processes do not count."""
+    """Microseconds of processor time, which other processes do not add to."""
     with tempfile.TemporaryDirectory() as data:
         pathlib.Path(data, "vendor", "media").mkdir(parents=True)
         found = run_json([build / "bench" / "host_bench", "--benchmark_format=json", "--benchmark_repetitions=5",
@@ -174,21 +210,23 @@ def write_page(doc):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("build", type=pathlib.Path, help="the folder of the built tool")
+    parser.add_argument("build", type=pathlib.Path, help="the build folder")
     parser.add_argument("--peers", action="store_true", help="measure other converters as well; writes the page")
     parser.add_argument("--json", type=pathlib.Path, metavar="FILE", help="write the figures to FILE")
     args = parser.parse_args()
     build = args.build.resolve()
 
     def bench(*arguments):
-        return run_json([build / "lumivert", "bench", "--json", *arguments])
+        return measure_paths(build, *arguments)
 
     if os.getloadavg()[0] > os.cpu_count() / 2 and os.sched_getscheduler(0) == os.SCHED_OTHER:
-        print("bench: the machine is busy: what takes all cores looks slower than it is, beside memcpy too; "
-              "'sudo chrt -r 10 ./dev bench' goes ahead of the rest", file=sys.stderr)
+        print("bench: the machine is busy, so whatever uses all cores looks slower than it is, also compared with memcpy; "
+              "'sudo chrt -r 10 ./dev bench' runs ahead of other programs", file=sys.stderr)
     print("paths, stages and start", flush=True)
-    doc = bench(*(word for size in SIZES for word in ("--size", size)), "--rounds", "10")
-    doc = {"machine": machine(doc["device"]), **doc, "host_us": measure_host(build),
+    by_size = [bench("--size", size, "--rounds", "10") for size in SIZES]
+    doc = {"machine": machine(by_size[0]["device"]), "device": by_size[0]["device"],
+           "results": [entry for found in by_size for entry in found["results"]],
+           **measure_starts(build), "peak_memory_mib": measure_memory(build), "host_us": measure_host(build),
            "memory_growth_kib": measure_growth(build)}
     if args.peers:
         doc["peers"] = peers.measure(bench)

@@ -1,4 +1,4 @@
-/// What the host does for a frame: the curve and its gain table, everything outside OpenCL calls, and imports.
+/// What the host does for a frame: the curve and its gain table, all work outside OpenCL calls, and imports.
 #include <cstdlib>
 #include <memory>
 
@@ -6,17 +6,17 @@
 #include <android/log.h>
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
-#include <sys/mman.h>
-#include <unistd.h>
+#include <platform/shared_memory.h>
 
 #include "lumivert/converter.h"
 
 namespace {
 
-/// While set, the four OpenCL calls of a frame in retained planes succeed at once: what remains is the host's own work.
+/// While set, the four OpenCL calls of a frame in retained planes succeed at once, so that only the host's own work is
+/// timed.
 bool device_does_nothing = false;
 
-/// The definition that this program's own one hides.
+/// The next definition of a function that this program defines as well.
 template <typename Function>
 Function* hidden(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -24,7 +24,7 @@ Function* hidden(const char* name) {
 
 } // namespace
 
-// Found before the platform's definitions because they stand in the program itself.
+// The dynamic linker finds these first, because they are in the program itself.
 #define STAND_IN(name, parameters, arguments)                                                                          \
     cl_int name parameters {                                                                                           \
         static const auto next = hidden<decltype(name)>(#name);                                                        \
@@ -82,20 +82,17 @@ void curve_and_table(benchmark::State& state, bool with_curve) {
     }
 }
 
-/// Memory with a descriptor, as large as an import of `size` bytes covers.
+/// A plane with as much memory as an import covers.
 class Plane {
 public:
-    explicit Plane(int32_t size) : fd_(memfd_create("plane", MFD_CLOEXEC)), size_(size) {
-        if (fd_ < 0 || ftruncate(fd_, off_t{(size + 127) / 128} * 128) != 0) std::abort();
+    explicit Plane(int32_t size) : size_(size), memory_((static_cast<size_t>(size) + 127) / 128 * 128) {
+        if (memory_.data() == nullptr) std::abort();
     }
-    ~Plane() { close(fd_); }
-    Plane(const Plane&) = delete;
-    Plane& operator=(const Plane&) = delete;
-    _MULTIPLANE_t descriptor() const { return {fd_, 0, size_}; }
+    _MULTIPLANE_t descriptor() const { return {memory_.descriptor(), 0, size_}; }
 
 private:
-    int fd_;
     int32_t size_;
+    lumivert::platform::SharedMemory memory_;
 };
 
 void retained_frame(benchmark::State& state, _ALGO_t mode) {
@@ -117,8 +114,8 @@ void retained_frame(benchmark::State& state, _ALGO_t mode) {
     CL_HDR2SDR_ARM_deinit(instance);
 }
 
-/// One plane in and out again, as a block-pool frame does with each of its four. A codec's pool gives the same few
-/// buffers again and again: `recurring` are those.
+/// Imports one plane and releases it, as a block-pool frame does with each of its four. `recurring` is the usual case:
+/// a codec's pool reuses the same few buffers.
 void import(benchmark::State& state, bool recurring) {
     cl_platform_id platform = nullptr;
     cl_device_id device = nullptr;
@@ -153,7 +150,7 @@ BENCHMARK_CAPTURE(import, recurring, true)->Arg(int64_t{3840} * 2160 * 2);
 BENCHMARK_CAPTURE(import, first, false)->Arg(int64_t{3840} * 2160 * 2);
 
 int main(int argc, char** argv) {
-    __android_log_set_minimum_priority(ANDROID_LOG_FATAL); // what init and deinit tell
+    __android_log_set_minimum_priority(ANDROID_LOG_FATAL); // hides the lines of init and deinit
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
     benchmark::RunSpecifiedBenchmarks();

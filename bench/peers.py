@@ -51,7 +51,7 @@ PEERS = (
 
 
 def write_frame(path, size):
-    """A P010 frame of the noise that `lumivert bench` converts: std::minstd_rand from 1, 877 codes from black up."""
+    """A P010 frame of the noise that path_bench converts: std::minstd_rand from 1, 877 codes from black up."""
     width, height = map(int, size.split("x"))
     words, state = array.array("H"), 1
     for _ in range(width * height * 3 // 2):
@@ -103,7 +103,7 @@ def net_ms(peer, size, frame):
 
 
 def measure(bench, rounds=7):
-    """Entries {"name", "width", "height", "ms"} or {"name", "missing"}; `bench(arguments)` runs `lumivert bench`."""
+    """Entries {"name", "width", "height", "ms"} or {"name", "missing"}; `bench(arguments)` runs path_bench."""
     reasons = {peer.name: missing(peer) for peer in PEERS}
     peers = [peer for peer in PEERS if not reasons[peer.name]]
     entries = [{"name": name, "missing": reason} for name, reason in reasons.items() if reason]

@@ -187,13 +187,17 @@ class Devices(ToolTest):
 
 
 class Bench(ToolTest):
-    def test_a_benchmark_measures_every_path_beside_memcpy(self):
-        document = json.loads(self.lumivert("bench", "--json", "--size", "64x32", "--rounds", "2")[0])
-        results = {r["name"]: r["memcpy_ratio"] for r in document["results"]}
-        self.assertEqual(len(results), 10)
-        self.assertEqual(results["memcpy"], 1)
-        self.assertTrue(all(ratio > 0 for ratio in results.values()))
-        self.assertEqual(list(document["init_ms"]), ["cold", "cached", "warm"])
+    def test_each_mode_is_timed_at_each_size_and_held_against_the_rates(self):
+        document = json.loads(self.lumivert("bench", "--json", "--size", "64x32", "640x360", "--seconds", "0.1")[0])
+        [used] = [d for d in json.loads(self.lumivert("devices", "--json")[0])["devices"] if d["used"]]
+        self.assertEqual(document["device"]["name"], used["name"])
+        self.assertEqual([(r["width"], r["height"], r["mode"]) for r in document["results"]],
+                         [(*size, mode) for size in ((64, 32), (640, 360)) for mode in ("static", "hdr10plus")])
+        for result in document["results"]:
+            rate = result["frames_per_second"]
+            self.assertAlmostEqual(rate * result["ms_per_frame"], 1000)
+            self.assertGreater((result["frames"] + 1) * result["ms_per_frame"], 100)  # it ran that long
+            self.assertEqual(result["keeps_up_with_fps"], {str(fps): rate >= fps for fps in (24, 30, 60)})
 
 
 if __name__ == "__main__":

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "engine/environment.h"
-#include "frames/plane_pool.h"
+#include "frames/planes.h"
 #include "hdr10plus/record.h"
 
 namespace lumivert::tool {

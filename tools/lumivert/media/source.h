@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "frames/plane_pool.h"
+#include "frames/planes.h"
 #include "media/clip_reader.h"
 
 namespace lumivert::tool {

@@ -1,4 +1,4 @@
-#include "engine/rgba_stage.h"
+#include "rgba_stage.h"
 
 #include <fstream>
 #include <iterator>

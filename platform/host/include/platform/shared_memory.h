@@ -1,0 +1,43 @@
+/// Memory with a descriptor, as planes have it: on a workstation an anonymous file takes the place of a dma-buf.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace lumivert::platform {
+
+class SharedMemory {
+public:
+    /// `size` bytes, all 0. On failure `data()` is null and errno tells why.
+    explicit SharedMemory(std::size_t size) : size_(size) {
+        const int fd = memfd_create("plane", MFD_CLOEXEC);
+        if (fd < 0) return;
+        // The library takes descriptors above 0 only, and 0 is free where standard input is closed.
+        fd_ = fcntl(fd, F_DUPFD_CLOEXEC, 3);
+        close(fd);
+        if (fd_ < 0 || ftruncate(fd_, static_cast<off_t>(size)) != 0) return;
+        void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
+        if (memory != MAP_FAILED) data_ = static_cast<std::uint8_t*>(memory);
+    }
+    ~SharedMemory() {
+        if (data_ != nullptr) munmap(data_, size_);
+        if (fd_ >= 0) close(fd_);
+    }
+    SharedMemory(const SharedMemory&) = delete;
+    SharedMemory& operator=(const SharedMemory&) = delete;
+
+    std::uint8_t* data() const { return data_; }
+    std::size_t size() const { return size_; }
+    int descriptor() const { return fd_; }
+
+private:
+    std::size_t size_;
+    int fd_ = -1;
+    std::uint8_t* data_ = nullptr;
+};
+
+} // namespace lumivert::platform
