@@ -57,7 +57,7 @@ bool is_10_bit_yuv(const ClipInfo& info) {
            (format->flags & AV_PIX_FMT_FLAG_RGB) == 0;
 }
 
-ClipReader::ClipReader(const std::string& path, const std::optional<RawLayout>& raw)
+ClipReader::ClipReader(const std::string& path, const std::optional<RawLayout>& raw, bool keep_others)
     : path_(path == "-" ? "standard input" : path) {
     AVFormatContext* opened = nullptr;
     AVDictionary* options = nullptr;
@@ -82,6 +82,7 @@ ClipReader::ClipReader(const std::string& path, const std::optional<RawLayout>& 
     decoder_->thread_count = 0;
     decoder_->pkt_timebase = stream.time_base;
     check(avcodec_open2(decoder_.get(), codec, nullptr), path_);
+    if (keep_others) info_.others = std::make_shared<OtherTracks>(*demuxer_, stream_);
     next_packet_ = read_packet();
     FramePtr first = decode();
     if (!first) throw Error(path_ + ": no frame in it can be decoded");
@@ -106,6 +107,8 @@ void ClipReader::describe(const AVFrame& first) {
     info_.frame_rate = av_guess_frame_rate(demuxer_.get(), &stream, nullptr);
     if (info_.frame_rate.num == 0) info_.frame_rate = {25, 1};
     info_.time_base = stream.time_base;
+    if (demuxer_->start_time != AV_NOPTS_VALUE && demuxer_->start_time > 0)
+        info_.start = av_rescale_q(demuxer_->start_time, AV_TIME_BASE_Q, stream.time_base);
     info_.sample_aspect_ratio = av_guess_sample_aspect_ratio(demuxer_.get(), &stream, nullptr);
     info_.frames = frame_count(stream, *demuxer_);
     if (const uint8_t* matrix = side_data_of(stream, AV_PKT_DATA_DISPLAYMATRIX))
@@ -119,6 +122,10 @@ PacketPtr ClipReader::read_packet() {
     int result = 0;
     while ((result = av_read_frame(demuxer_.get(), packet.get())) >= 0) {
         if (packet->stream_index == stream_) return packet;
+        if (info_.others) {
+            info_.others->add(std::move(packet));
+            packet.reset(av_packet_alloc());
+        }
         av_packet_unref(packet.get());
     }
     if (result != AVERROR_EOF) ++damaged_; // where the data just ends too early FFmpeg logs it

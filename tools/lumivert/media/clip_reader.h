@@ -7,6 +7,7 @@
 
 #include "hdr10plus/record.h"
 #include "media/ffmpeg.h"
+#include "media/other_tracks.h"
 
 namespace lumivert::tool {
 
@@ -31,6 +32,8 @@ struct ClipInfo {
     int64_t frames = 0;                  ///< as the container tells or its duration suggests; 0: unknown
     std::vector<int32_t> display_matrix; ///< rotation, as players are to apply it; empty: none
     StaticMetadata static_metadata;
+    int64_t start = 0;                   ///< time of its first sample, picture or sound, in its time base
+    std::shared_ptr<OtherTracks> others; ///< null where nobody asked for them
 };
 
 struct ClipFrame {
@@ -48,8 +51,9 @@ struct RawLayout {
 
 class ClipReader {
 public:
-    /// `path` may be "-". Decodes the first frame.
-    explicit ClipReader(const std::string& path, const std::optional<RawLayout>& raw = std::nullopt);
+    /// `path` may be "-". Decodes the first frame. `keep_others` keeps the packets of other tracks for a muxer.
+    explicit ClipReader(const std::string& path, const std::optional<RawLayout>& raw = std::nullopt,
+                        bool keep_others = false);
 
     const ClipInfo& info() const { return info_; }
     const std::string& path() const { return path_; }

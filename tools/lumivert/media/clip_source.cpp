@@ -13,7 +13,7 @@ constexpr int kFramesToLookAhead = 16;
 
 class ClipSource : public FrameSource {
 public:
-    ClipSource(const std::string& path, bool as_pq) : reader_(path) {
+    ClipSource(const std::string& path, bool as_pq) : reader_(path, std::nullopt, true) {
         const ClipInfo& clip = reader_.info();
         const auto refuse = [&](const std::string& why) {
             throw Error(reader_.path() + ": not an HDR10 clip: " + why + "; --as-pq converts it as if it were PQ");

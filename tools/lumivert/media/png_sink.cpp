@@ -1,5 +1,6 @@
 #include "error.h"
 #include "io/png.h"
+#include "media/orientation.h"
 #include "media/pixel_converter.h"
 #include "media/sink.h"
 
@@ -40,21 +41,34 @@ private:
 class PngSink : public FrameSink {
 public:
     explicit PngSink(const OutputSpec& spec)
-        : pattern_(spec.path), rgb_(spec.format, spec.width, spec.height, AV_PIX_FMT_RGB24, spec.colour.matrix) {}
+        : pattern_(spec.path), rgb_(spec.format, spec.width, spec.height, AV_PIX_FMT_RGB24, spec.colour.matrix),
+          orientation_(spec.clip.display_matrix) {}
 
     void write(const Picture& picture) override {
-        if (written_++ > 0 && !pattern_.numbered())
+        if (single_)
             throw Error(pattern_.name(0) + ": holds one frame; number the files, as in out-%04d.png, or pick a frame "
                                            "with --frames");
         const AVFrame& frame = rgb_.convert(picture);
-        write_png(pattern_.name(picture.number), frame.data[0], picture.width, picture.height, frame.linesize[0], 3);
+        FramePtr upright = orientation_.upright() ? FramePtr(av_frame_clone(&frame)) : orientation_.turn(frame);
+        if (!upright) check(AVERROR(ENOMEM), "frame memory");
+        if (pattern_.numbered())
+            save(pattern_.name(picture.number), *upright);
+        else
+            single_ = std::move(upright);
     }
-    void finish() override {}
+    void finish() override {
+        if (single_) save(pattern_.name(0), *single_);
+    }
 
 private:
+    static void save(const std::string& path, const AVFrame& frame) {
+        write_png(path, frame.data[0], frame.width, frame.height, frame.linesize[0], 3);
+    }
+
     NamePattern pattern_;
     PixelConverter rgb_;
-    int64_t written_ = 0;
+    const Orientation orientation_;
+    FramePtr single_; ///< the picture for a name without a number: written when no second one came
 };
 
 } // namespace

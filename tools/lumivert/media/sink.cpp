@@ -1,6 +1,7 @@
 #include "media/sink.h"
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 
 #include "error.h"
@@ -9,14 +10,15 @@ namespace lumivert::tool {
 
 const std::vector<WriterInfo>& writers() {
     static const std::vector<WriterInfo> table = {
-        {"mp4", {NV12, RGBA, P010_LINEAR}, false, open_mp4, "H.264 (8-bit) or HEVC (10-bit) video"},
-        {"mkv", {NV12, RGBA, P010_LINEAR}, true, open_mkv, "the same in Matroska"},
-        {"png", {NV12, RGBA, P010_LINEAR}, false, open_png_sequence, "one picture per frame: NAME-%04d.png"},
-        {"nv12", {NV12}, true, open_packed, "raw frames, one after the other"},
-        {"p010", {P010_LINEAR}, true, open_packed, "raw frames"},
-        {"rgba", {RGBA}, true, open_packed, "raw frames"},
-        {"yuv", {NV12, P010_LINEAR}, true, open_packed, "raw frames"},
-        {"y4m", {NV12, P010_LINEAR}, true, open_y4m, "YUV4MPEG2, 8 or 10 bits"},
+        {"mp4", {NV12, RGBA, P010_LINEAR}, false, true, open_mp4, "H.264 (8 bits) or HEVC (10 bits) video"},
+        {"mov", {NV12, RGBA, P010_LINEAR}, false, true, open_mov, "the same in QuickTime"},
+        {"mkv", {NV12, RGBA, P010_LINEAR}, true, true, open_mkv, "the same in Matroska"},
+        {"png", {NV12, RGBA, P010_LINEAR}, false, false, open_png_sequence, "one picture per frame: NAME-%04d.png"},
+        {"nv12", {NV12}, true, false, open_packed, "raw frames, one after the other"},
+        {"p010", {P010_LINEAR}, true, false, open_packed, "raw frames"},
+        {"rgba", {RGBA}, true, false, open_packed, "raw frames"},
+        {"yuv", {NV12, P010_LINEAR}, true, false, open_packed, "raw frames"},
+        {"y4m", {NV12, P010_LINEAR}, true, false, open_y4m, "YUV4MPEG2, 8 or 10 bits"},
     };
     return table;
 }
@@ -27,6 +29,7 @@ const WriterInfo& find_writer(const std::string& name, const std::string& path) 
         wanted = std::filesystem::path(path).extension().string();
         if (!wanted.empty()) wanted.erase(0, 1);
     }
+    std::transform(wanted.begin(), wanted.end(), wanted.begin(), [](unsigned char c) { return std::tolower(c); });
     std::string known;
     for (const WriterInfo& writer : writers()) {
         if (writer.name == wanted) return writer;

@@ -23,7 +23,9 @@ struct OutputSpec {
     _Image_ColorFormat format;
     ColourTags colour;
     int width, height;
-    ClipInfo clip;             ///< times, aspect and rotation are handed on
+    ClipInfo clip;             ///< times, aspect, rotation and other tracks are handed on
+    bool cut = false;          ///< a part of the clip: its first frame becomes time 0
+    double seconds = 0;        ///< how long that part is at most; 0: to the end
     std::string codec, preset; ///< video files: empty for the default
     int quality = 16;          ///< video files: constant rate factor
 };
@@ -34,12 +36,15 @@ public:
     virtual void write(const Picture& picture) = 0;
     /// Completes the output and gives it its name. Without this nothing of it stays.
     virtual void finish() = 0;
+    /// What of the clip could not be kept, for a line to the user; empty: nothing.
+    virtual std::string left_out() const { return ""; }
 };
 
 struct WriterInfo {
     const char* name;                        ///< also the extension
     std::vector<_Image_ColorFormat> formats; ///< that it takes, the preferred one first
     bool streams;                            ///< can write to a pipe
+    bool video_file;                         ///< takes sound and other tracks along
     std::unique_ptr<FrameSink> (*open)(const OutputSpec& spec);
     const char* about;
 };
@@ -53,6 +58,7 @@ std::unique_ptr<FrameSink> open_packed(const OutputSpec& spec);
 std::unique_ptr<FrameSink> open_y4m(const OutputSpec& spec);
 std::unique_ptr<FrameSink> open_png_sequence(const OutputSpec& spec);
 std::unique_ptr<FrameSink> open_mp4(const OutputSpec& spec);
+std::unique_ptr<FrameSink> open_mov(const OutputSpec& spec);
 std::unique_ptr<FrameSink> open_mkv(const OutputSpec& spec);
 
 } // namespace lumivert::tool
