@@ -1,8 +1,9 @@
-/// Headerless raw frames in memory and in files: NV12, P010 and RGBA. Debugging aids; no conversion uses them.
+/// Raw frames in memory and in files: NV12, P010 and RGBA without a header. For debugging tools; conversions do not use
+/// them.
 ///
-/// **These functions end the process** (status 1, one line on the standard error stream) when a file cannot be
-/// opened. A file that is too short is not an error: what is missing reads as zero. Write errors after a successful
-/// open go unnoticed. Two threads must not write one path at once.
+/// **These functions end the process** (exit status 1, one line on the standard error stream) if a file cannot be
+/// opened. Files that are too short are accepted: what is missing reads as zero. Write errors after a file was opened
+/// are not reported. Two threads must not use the same path at the same time if one of them writes.
 #ifndef LUMIVERT_RAW_IMAGE_H
 #define LUMIVERT_RAW_IMAGE_H
 
@@ -10,7 +11,8 @@
 #include <string>
 #include <vector>
 
-/// A 4:2:0 frame that owns its planes. `uv` interleaves Cb and Cr.
+/// A 4:2:0 frame that owns its planes. `uv` interleaves Cb and Cr. The save functions write whatever the vectors hold,
+/// regardless of `width` and `height`.
 struct yuv_image_t {
     uint32_t width;  ///< pixels
     uint32_t height; ///< rows
@@ -18,13 +20,14 @@ struct yuv_image_t {
     std::vector<uint8_t> uv;
 };
 
-/// Bytes: `y` width x height, `uv` half of that.
+/// One byte per sample: `y` has width x height bytes, `uv` half of that, rounded down.
 struct nv12_image_t : yuv_image_t {};
 
-/// 16-bit samples in the machine's byte order, two bytes each, 10-bit code in the upper bits.
+/// Two bytes per sample: 16-bit words in the machine's byte order with the 10-bit code in the upper bits. The planes
+/// have the padded layout described at `load_p010_image_data`.
 struct p010_image_t : yuv_image_t {};
 
-/// Four bytes per pixel, R, G, B, A, rows without padding.
+/// Four bytes per pixel: R, G, B, A. Rows have no padding.
 struct rgba_image_t {
     uint32_t width;  ///< pixels
     uint32_t height; ///< rows
@@ -33,28 +36,30 @@ struct rgba_image_t {
 
 #pragma GCC visibility push(default)
 
-/// Reads width x height luma bytes, then half as many chroma bytes (rounded down, whole Cb/Cr pairs).
+/// Reads width x height bytes of luma, then half as many bytes of chroma, rounded down to whole Cb/Cr pairs.
 nv12_image_t load_nv12_image_data(const std::string& path, uint32_t width, uint32_t height);
 
-/// The same for a 3840 x 2160 frame.
+/// The same for a frame of 3840 x 2160.
 nv12_image_t load_nv12_image_data(const std::string& path);
 
-/// Reads a frame in the decoder's padded layout: a luma pitch of 2 x width bytes rounded up to 16, a row count rounded
-/// up to 16, and a chroma plane of half as many rows rounded up to 256 bytes in all. Samples are little-endian words;
-/// the arrays keep the padding. A sample cut in half by the end of the file takes its low byte for both.
+/// Reads a frame in a decoder's padded layout: luma rows of 2 x width bytes, rounded up to a multiple of 16, and a
+/// number of rows rounded up to a multiple of 16; then a chroma plane of half as many rows, whose size is rounded up to
+/// a multiple of 256 bytes. The planes keep the padding. Samples are little-endian in the file. If the file ends inside
+/// a sample, its low byte is used for both.
 p010_image_t load_p010_image_data(const std::string& path, uint32_t width, uint32_t height);
 
-/// Reads width x height pixels of four bytes; expects no header, so a file from `save_rgba_image_data` comes back
-/// shifted by that function's 16 bytes.
+/// Reads width x height pixels of four bytes. It does not expect the header that `save_rgba_image_data` writes: from
+/// such a file the header is read as the first four pixels.
 rgba_image_t load_rgba_image_data(const std::string& path, uint32_t width, uint32_t height);
 
-/// Writes all of `y`, then all of `uv` in whole pairs. The file is replaced.
+/// Writes all of `y`, then all of `uv` except an incomplete Cb/Cr pair. An existing file is replaced.
 void save_nv12_image_data(const std::string& path, const nv12_image_t& image);
 
-/// The same with 16-bit samples, little-endian; padding that was loaded is saved.
+/// The same with 16-bit samples, little-endian in the file. Padding that was loaded is saved.
 void save_p010_image_data(const std::string& path, const p010_image_t& image);
 
-/// Writes a 16-byte header (width, height, 4306, 4277 as 32-bit little-endian), then the pixels. The file is replaced.
+/// Writes a 16-byte header (width, height, 4306 and 4277 as 32-bit little-endian words), then all whole pixels. An
+/// existing file is replaced.
 void save_rgba_image_data(const std::string& path, const rgba_image_t& image);
 
 #pragma GCC visibility pop
