@@ -28,7 +28,8 @@ using namespace lumivert;
 
 namespace {
 
-/// Static luminances travel in units of 0.0001 cd/m2. Single precision on purpose: the product is rounded before use.
+/// A static luminance, in units of 0.0001 cd/m2, as cd/m2. The product is single precision on purpose: the rounding
+/// decides which table is chosen at the limits.
 float to_nits(uint32_t value) {
     return static_cast<float>(value) * 0.0001F;
 }
@@ -36,7 +37,7 @@ float to_nits(uint32_t value) {
 int32_t read_int_property(const char* key, const char* default_value) {
     char value[PROPERTY_VALUE_MAX] = {};
     property_get(key, value, default_value);
-    return std::atoi(value); // NOLINT(cert-err34-c): what is no number counts as 0
+    return std::atoi(value); // NOLINT(cert-err34-c): text that is not a number means 0
 }
 
 const char* format_name(_Image_ColorFormat format) {
@@ -45,7 +46,8 @@ const char* format_name(_Image_ColorFormat format) {
     return index < std::size(kNames) ? kNames[index] : "Unknown err";
 }
 
-/// Makes everything an instance needs beyond its construction.
+/// Makes everything an instance needs after its construction: program, kernels, work buffers. False if init must
+/// refuse.
 bool initialise(const char* function, Formatter& formatter) {
     if (formatter.compileprogram() != CL_SUCCESS) {
         if (log_enabled(kErrorBit)) log_error("compile error");
@@ -77,7 +79,7 @@ void log_mode(const char* line) {
     if (log_enabled(kRegistryBit)) log_debug("%s", line);
 }
 
-/// Whether the instance is ready and both formats are accepted.
+/// Whether the instance is initialised and both formats are accepted; logs the reason if not.
 bool accepts(const char* function, const Formatter& formatter, const _HDR2SDR_config_params_t& in,
              const _HDR2SDR_config_params_t& out) {
     if (formatter.mState < 1) {
@@ -99,7 +101,7 @@ bool accepts(const char* function, const Formatter& formatter, const _HDR2SDR_co
     return true;
 }
 
-/// What both convert calls do before they dispatch. False if the frame is refused.
+/// The steps of both convert calls before they dispatch to a path. False if the frame is refused.
 bool begin_frame(const char* function, int check_line, Formatter& formatter, const _HDR2SDR_config_params_t& in,
                  const _HDR2SDR_config_params_t& out, timeval& start) {
     check_planes(in, "In_params", check_line);
@@ -114,7 +116,7 @@ bool begin_frame(const char* function, int check_line, Formatter& formatter, con
     return true;
 }
 
-/// What both convert calls do after the conversion.
+/// The steps of both convert calls after the conversion.
 void end_frame(const char* function, Formatter& formatter, const timeval& start) {
     timeval end{};
     gettimeofday(&end, nullptr);
@@ -154,7 +156,7 @@ void CL_HDR2SDR_ARM_deinit(void* instance) noexcept {
         return;
     }
     log_info("%s entry formatter is %p", __func__, instance);
-    if (formatter->mState == 0) { // not one of init's: left alone
+    if (formatter->mState == 0) { // not an instance that init returned: do not touch it
         if (log_enabled(kErrorBit)) log_error("%s state is invalid", __func__);
         return;
     }
@@ -187,7 +189,7 @@ int32_t CL_HDR2SDR_ARM_convert(_HDR2SDR_config_params_t* In_params, _HDR2SDR_con
         NormalConvert_Retain(In_params, Out_params, dynamic_metadata, formatter);
     }
 
-    end_frame(__func__, *formatter, start); // the dump request stays: this call dumps every frame while it is set
+    end_frame(__func__, *formatter, start); // the dump request stays set, so this call dumps every frame
     return 1;
 }
 
@@ -211,7 +213,7 @@ int32_t CL_HDR2SDR_ARM_convert1(_HDR2SDR_config_params_t* In_params, _HDR2SDR_co
 
     if (formatter->mAlgoMode == HI_JACK) {
         log_mode("THIS IS HI-JACK VERSION");
-        // NOLINTNEXTLINE(bugprone-incorrect-roundings): never negative
+        // NOLINTNEXTLINE(bugprone-incorrect-roundings): the value is never negative
         const auto luminance = static_cast<uint32_t>(static_cast<double>(to_nits(static_info[0])) + 0.5);
         SimpleConvert_FetchBlockPool(In_params, Out_params, luminance, formatter);
     } else {
@@ -231,6 +233,6 @@ int32_t CL_HDR2SDR_ARM_convert1(_HDR2SDR_config_params_t* In_params, _HDR2SDR_co
     }
 
     end_frame(__func__, *formatter, start);
-    dump_request = 0; // one request, one frame
+    dump_request = 0; // this call dumps one frame per request
     return 1;
 }

@@ -8,13 +8,13 @@ namespace {
 
 constexpr unsigned int kGainCount = 256;
 
-/// What the fused kernel takes of a frame's metadata.
+/// A frame's metadata in the form that the fused kernel needs.
 struct ToneMapping {
     HDR10PLUS_TM_CURVE curve = {};
     float gains[kGainCount] = {};
 };
 
-/// Makes the gain table of a curve that `hdr10plus_meta_to_curve` has made.
+/// Fills the gain table from the curve. The curve's anchors are multiplied by their binomial coefficients on the way.
 void fill_gains(ToneMapping& mapping) {
     hdr10plus_curve_kchoose_preapplied(&mapping.curve);
     hdr10plus_preappliedcurve_to_lut(mapping.gains, kGainCount, &mapping.curve);
@@ -27,7 +27,7 @@ void upload_gains(const char* function, int tag, const Formatter& formatter, con
     });
 }
 
-/// P010 to tone-mapped RGBA in `target_rgba_buffer`: one work-item a pixel.
+/// P010 to tone-mapped RGBA in `target_rgba_buffer`, one work-item per pixel.
 void tone_map(const char* function, int first_tag, int launch_tag, const Formatter& formatter, cl_kernel kernel,
               cl_mem luma, cl_mem chroma, const HDR10PLUS_TM_CURVE& curve) {
     bind_arguments(function, first_tag, kernel, luma, chroma, formatter.mWorkMem0,
@@ -36,7 +36,7 @@ void tone_map(const char* function, int first_tag, int launch_tag, const Formatt
     launch(function, launch_tag, formatter, kernel, formatter.mWidth, formatter.mHeight);
 }
 
-/// RGBA in `target_rgba_buffer` to the output planes: one work-item for 4 x 2 pixels.
+/// RGBA in `target_rgba_buffer` to the output planes, one work-item per 4 x 2 pixels.
 void rgba_to_yuv(const char* function, int first_tag, int launch_tag, const Formatter& formatter,
                  const char* kernel_name, cl_mem luma, cl_mem chroma) {
     const cl_kernel kernel = formatter.find_kernel(kernel_name);
@@ -65,7 +65,7 @@ void NormalConvert_Retain(const _HDR2SDR_config_params_t* In_params, const _HDR2
     fatal_check(in_y != nullptr && in_uv != nullptr, converter_check(255),
                 "input_p010_y != nullptr && input_p010_uv != nullptr");
 
-    // An RGBA output takes the work buffer's place, and keeps it for later frames of other formats.
+    // An RGBA output takes the place of the work buffer and stays there for later frames of other formats.
     const cl_mem out_y = formatter->find_imported_buffer(map_y_out, key_of(Out_params->buffer[0]));
     cl_mem out_uv = nullptr;
     if (Out_params->color_format == RGBA) {
@@ -85,7 +85,7 @@ void NormalConvert_Retain(const _HDR2SDR_config_params_t* In_params, const _HDR2
     tone_map(__func__, 277, 288, *formatter, kernel, in_y, in_uv, mapping.curve);
     dump_rgba(*formatter, *Out_params);
 
-    if (Out_params->color_format == NV12) { // P010 output ends here, its planes unwritten
+    if (Out_params->color_format == NV12) { // P010 output planes are not written
         rgba_to_yuv(__func__, 310, 315, *formatter, "rgba8888_to_nv12", out_y, out_uv);
         dump_nv12(*formatter, *Out_params);
     }
@@ -121,7 +121,7 @@ void NormalConvert_FetchBlockPool(const _HDR2SDR_config_params_t* In_params, con
         import_output(364, "final_nv12_y != nullptr && final_nv12_uv != nullptr");
         break;
     default:
-        break; // refused at the second stage
+        break; // the second stage refuses the format
     }
 
     ToneMapping mapping;
@@ -149,7 +149,7 @@ void NormalConvert_FetchBlockPool(const _HDR2SDR_config_params_t* In_params, con
         fatal_check(false, converter_check(466), "0");
     }
 
-    // The RGBA output is not among them: target_rgba_buffer goes on naming it.
+    // An RGBA output is not released here: it stays target_rgba_buffer.
     for (const cl_mem plane : {out_y, out_uv, in_y, in_uv})
         formatter->release_imported(plane);
 }

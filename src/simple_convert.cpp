@@ -6,7 +6,8 @@
 namespace lumivert {
 namespace {
 
-/// 1001 to 4000 cd/m2 is mastered for the 4000 cd/m2 table; everything else, also above it, takes the other.
+/// Whether to use the table for 4000 cd/m2: for 1001 to 4000 cd/m2. All other values, also higher ones, use the table
+/// for 1000 cd/m2.
 bool is_4000_master(uint32_t luminance) {
     return luminance - 1001U <= 2999U;
 }

@@ -1,4 +1,4 @@
-// The OpenCL calls of the converter, each with its handles checked.
+// The OpenCL functions that the converter calls, each with its handles checked.
 #include <string>
 #include <vector>
 
@@ -70,7 +70,7 @@ cl_mem clCreateBuffer(cl_context context, cl_mem_flags flags, size_t size, void*
 
 cl_mem clCreateImage(cl_context context, cl_mem_flags flags, const cl_image_format* format, const cl_image_desc* desc,
                      void* host_ptr, cl_int* errcode_ret) {
-    // OpenCL has the description answer for the buffer in it.
+    // OpenCL reports a bad buffer in the description as a bad description.
     if (desc && desc->buffer && check(desc->buffer) != CL_SUCCESS) {
         if (errcode_ret) *errcode_ret = CL_INVALID_IMAGE_DESCRIPTOR;
         return nullptr;
@@ -135,7 +135,7 @@ cl_program clCreateProgramWithSource(cl_context context, cl_uint count, const ch
 
     std::vector<const char*> texts{before};
     texts.insert(texts.end(), strings, strings + count);
-    std::vector<size_t> sizes{0}; // 0: up to the text's end
+    std::vector<size_t> sizes{0}; // 0: the text ends with a NUL
     if (lengths)
         sizes.insert(sizes.end(), lengths, lengths + count);
     else
@@ -152,7 +152,7 @@ cl_program clCreateProgramWithBinary(cl_context context, cl_uint num_devices, co
 
 cl_int clBuildProgram(cl_program program, cl_uint num_devices, const cl_device_id* devices, const char* options,
                       void(CL_CALLBACK* notify)(cl_program, void*), void* user_data) {
-    // Lets clSetKernelArg tell buffers from numbers.
+    // With this, clSetKernelArg can tell buffers from numbers.
     const std::string with_arguments = (options ? std::string(options) : "") + " -cl-kernel-arg-info";
     return checked(DRIVER(clBuildProgram), program, num_devices, devices, with_arguments.c_str(), notify, user_data);
 }

@@ -1,10 +1,10 @@
 // Which OpenCL device a workstation converts with.
 //
-// The library takes the first device of the first platform. On a workstation that is a GPU where the first platform has
-// one, and any device of it otherwise. The environment variable LUMIVERT_OPENCL_DEVICE chooses another one by any part
-// of its label, whatever the case: "1:0", "pthread", "geforce". A label reads "PLATFORM:DEVICE PLATFORM NAME / DEVICE
-// NAME" with two indices from 0, in the loader's order; the first one that contains the text wins, and where none does
-// there is no device.
+// The library uses the first GPU of the first platform. On a workstation, any other device of that platform is used if
+// it has no GPU. The environment variable LUMIVERT_OPENCL_DEVICE chooses a device by a part of its label, in any case:
+// "1:0", "pthread", "geforce". A label is "PLATFORM:DEVICE PLATFORM NAME / DEVICE NAME", with two indices that count
+// from 0 in the loader's order. The first device whose label contains the text is used; if there is none, no device is
+// found.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -53,7 +53,7 @@ std::vector<Device> devices() {
     return found;
 }
 
-/// What the user asked for; null when nothing was asked.
+/// The part of a label that the user has set; null if none.
 const char* wanted() {
     const char* text = std::getenv("LUMIVERT_OPENCL_DEVICE");
     return text && *text ? text : nullptr;
@@ -65,7 +65,7 @@ std::optional<Device> find(const char* part_of_label) {
     return std::nullopt;
 }
 
-/// Answers a query for handles, of the form that clGetPlatformIDs and clGetDeviceIDs share.
+/// Returns a list of handles the way that clGetPlatformIDs and clGetDeviceIDs do.
 template <typename Id>
 cl_int answer(const std::vector<Id>& found, cl_uint room, Id* ids, cl_uint* count) {
     if ((ids && room == 0) || (!ids && !count)) return CL_INVALID_VALUE;
@@ -79,7 +79,7 @@ cl_int answer(const std::vector<Id>& found, cl_uint room, Id* ids, cl_uint* coun
 
 using namespace lumivert::platform;
 
-/// The loader's platforms, the one of the chosen device first.
+/// All platforms; if a device was chosen, its platform comes first.
 cl_int clGetPlatformIDs(cl_uint num_entries, cl_platform_id* ids, cl_uint* num_platforms) {
     const std::optional<Device> chosen = wanted() ? find(wanted()) : std::nullopt;
     if (!chosen) return DRIVER(clGetPlatformIDs)(num_entries, ids, num_platforms);
@@ -88,8 +88,8 @@ cl_int clGetPlatformIDs(cl_uint num_entries, cl_platform_id* ids, cl_uint* num_p
     return answer(ordered, num_entries, ids, num_platforms);
 }
 
-/// The chosen device where there is a choice, whatever type is asked for. Else what the platform has, and whatever
-/// device it has for a GPU that it lacks.
+/// The chosen device, if one was chosen, whatever type is asked for. Otherwise the platform's own answer, except that
+/// all its devices are returned if a GPU is asked for and it has none.
 cl_int clGetDeviceIDs(cl_platform_id platform, cl_device_type type, cl_uint num_entries, cl_device_id* ids,
                       cl_uint* num_devices) {
     if (!platform) return CL_INVALID_PLATFORM;

@@ -1,12 +1,12 @@
-/// Reaches past this library. It defines OpenCL calls of the loader's names and comes before the loader in the symbol
-/// order, so that everyone's calls pass through here first.
+/// How this library calls OpenCL itself. It defines functions with the same names as the loader's and comes before the
+/// loader in the symbol order, so that all OpenCL calls of the process arrive here first.
 #pragma once
 
 #include <CL/cl.h>
 #include <CL/cl_ext.h>
 #include <dlfcn.h>
 
-/// `DRIVER(clFinish)` is the `clFinish` behind this library: the loader's.
+/// `DRIVER(clFinish)` is the loader's `clFinish`, as a pointer to function.
 #define DRIVER(name)                                                                                                   \
     ([] {                                                                                                              \
         static const auto next = reinterpret_cast<decltype(&::name)>(dlsym(RTLD_NEXT, #name));                         \

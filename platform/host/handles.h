@@ -1,8 +1,8 @@
-/// The live OpenCL objects, counted as the application counts its references.
+/// Which OpenCL objects are alive, by the application's own reference counts.
 ///
-/// The device's driver answers a call on a null or released handle with a code; the drivers of workstations follow the
-/// pointer. This library therefore knows every object that was made through it, and lets only calls on live ones pass.
-/// An object that some other call made (none that the converter uses) counts as released.
+/// Given a null or released handle, the device's driver returns an error code; drivers of workstations dereference the
+/// pointer. This library therefore records every object that is created through it and passes on only calls whose
+/// handles are alive. Objects from functions that are not intercepted (the converter uses none) count as released.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@
 
 namespace lumivert::platform {
 
-/// The error code for an invalid handle of each kind; CL_SUCCESS for kinds that are not checked.
+/// The error code for an invalid handle of type T; CL_SUCCESS for types that are not checked.
 template <typename T>
 inline constexpr cl_int kInvalidCode = CL_SUCCESS;
 template <>
@@ -32,7 +32,7 @@ inline constexpr cl_int kInvalidCode<cl_program> = CL_INVALID_PROGRAM;
 template <>
 inline constexpr cl_int kInvalidCode<cl_kernel> = CL_INVALID_KERNEL;
 
-/// The live objects of one kind. Any thread may call.
+/// The live objects of one type. May be used from any thread.
 template <typename Handle>
 class LiveHandles {
 public:
@@ -49,8 +49,8 @@ public:
         return true;
     }
 
-    /// Takes one reference off; the object is forgotten with its last one. Comes before the driver's release, which
-    /// may hand the same address out again at once.
+    /// Removes one reference, and with the last one the object. Call this before the driver's release: after that,
+    /// another thread may be given a new object at the same address.
     bool release(Handle handle) {
         const std::lock_guard lock(mutex_);
         const auto object = objects_.find(handle);
@@ -59,7 +59,7 @@ public:
         return true;
     }
 
-    /// A number that no other object of this kind ever had; 0 for a null or released handle.
+    /// A number that identifies the object among all that were ever added; 0 for a null or released handle.
     uint64_t serial(Handle handle) const {
         const std::lock_guard lock(mutex_);
         const auto object = objects_.find(handle);
@@ -77,15 +77,15 @@ private:
     uint64_t last_serial_ = 0;
 };
 
-/// The one table of a kind. Never destroyed: drivers still release objects while the process ends.
+/// The table of all objects of a type. Never destroyed, because objects are still released while the process exits.
 template <typename Handle>
 LiveHandles<Handle>& live() {
     static auto& handles = *new LiveHandles<Handle>;
     return handles;
 }
 
-/// The code that a call with this argument deserves: of a checked kind, the kind's code unless it is live. Devices are
-/// not made but found, so a device only must not be null.
+/// CL_SUCCESS, or the error code for an argument that is not a live object. Arguments of other types always pass;
+/// devices are queried rather than created, so they must only not be null.
 template <typename T>
 cl_int check(T argument) {
     if constexpr (kInvalidCode<T> == CL_SUCCESS)
@@ -96,7 +96,7 @@ cl_int check(T argument) {
         return live<T>().serial(argument) ? CL_SUCCESS : kInvalidCode<T>;
 }
 
-/// The code of the first argument that has one.
+/// The error code of the first argument that has one, otherwise CL_SUCCESS.
 template <typename... Args>
 cl_int check_all(Args... args) {
     cl_int status = CL_SUCCESS;
@@ -104,14 +104,14 @@ cl_int check_all(Args... args) {
     return status;
 }
 
-/// `driver(args...)` with its handles checked.
+/// Calls `driver(args...)` if all handles among the arguments are alive.
 template <typename... Params, class... Args>
 cl_int checked(cl_int (*driver)(Params...), Args... args) {
     const cl_int status = check_all(args...);
     return status ? status : driver(args...);
 }
 
-/// `driver(args..., errcode)` with its handles checked; what it makes is live from then on.
+/// The same for a function that creates an object: records the object as alive. `errcode` may be null.
 template <typename Handle, class... Params, class... Args>
 Handle created(Handle (*driver)(Params...), cl_int* errcode, Args... args) {
     cl_int status = check_all(args...);

@@ -1,4 +1,4 @@
-// clImportMemoryARM for drivers without cl_arm_import_memory (Khronos extension 38).
+// clImportMemoryARM for drivers that do not have the extension cl_arm_import_memory (Khronos extension 38).
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -21,7 +21,7 @@ cl_device_id device_of(cl_context context) {
     return device;
 }
 
-/// The driver's own import, where it has one.
+/// The driver's own function, if it has the extension.
 decltype(&clImportMemoryARM) native_import(cl_device_id device) {
     size_t length = 0;
     DRIVER(clGetDeviceInfo)(device, CL_DEVICE_EXTENSIONS, 0, nullptr, &length);
@@ -34,7 +34,7 @@ decltype(&clImportMemoryARM) native_import(cl_device_id device) {
         DRIVER(clGetExtensionFunctionAddressForPlatform)(platform, "clImportMemoryARM"));
 }
 
-/// The kind of memory that the properties name; 0 for a list that is not understood.
+/// The type of memory in the property list; 0 if the list has anything else.
 cl_import_properties_arm import_type(const cl_import_properties_arm* properties) {
     cl_import_properties_arm type = CL_IMPORT_TYPE_HOST_ARM;
     for (; properties && *properties; properties += 2) {
@@ -44,16 +44,16 @@ cl_import_properties_arm import_type(const cl_import_properties_arm* properties)
     return type == CL_IMPORT_TYPE_HOST_ARM || type == CL_IMPORT_TYPE_DMA_BUF_ARM ? type : 0;
 }
 
-/// Whether every page of the range is mapped: msync answers that without touching the memory.
+/// Whether every page of the range is mapped. msync tells without touching the memory.
 bool is_mapped(void* memory, size_t size) {
     const size_t before = reinterpret_cast<uintptr_t>(memory) % static_cast<size_t>(sysconf(_SC_PAGESIZE));
     return size <= PTRDIFF_MAX && msync(static_cast<char*>(memory) - before, before + size, MS_ASYNC) == 0;
 }
 
-/// What all imports share. Never destroyed: objects may be released while the process ends.
+/// State of all imports. Never destroyed, because objects may be released while the process exits.
 struct Imports {
     Mappings mappings;
-    std::mutex mutex; // for what follows
+    std::mutex mutex; // protects `copied`
     std::unordered_map<cl_mem, HostMemory> copied;
 };
 
@@ -70,7 +70,7 @@ void CL_CALLBACK let_go(cl_mem memory, void* mapping) {
     if (mapping) imports().mappings.let_go(static_cast<Mappings::Mapping*>(mapping));
 }
 
-/// A buffer over `host`; `mapping`, where there is one, is let go with it.
+/// Creates a buffer over `host`. `mapping`, which may be null, is released together with the buffer.
 cl_mem wrap(cl_context context, cl_mem_flags flags, HostMemory host, Mappings::Mapping* mapping, cl_int* status) {
     cl_bool shares_memory = CL_FALSE;
     DRIVER(clGetDeviceInfo)
@@ -91,8 +91,8 @@ cl_mem wrap(cl_context context, cl_mem_flags flags, HostMemory host, Mappings::M
     return memory;
 }
 
-/// The extension's errors: INVALID_PROPERTY for the list, INVALID_VALUE for flags, a null pointer and a size of 0,
-/// INVALID_OPERATION where the range cannot be mapped.
+/// Errors as the extension defines them: INVALID_PROPERTY for the property list; INVALID_VALUE for flags, a null
+/// pointer or a size of 0; INVALID_OPERATION if the memory cannot be mapped.
 cl_mem import(cl_context context, cl_mem_flags flags, const cl_import_properties_arm* properties, void* memory,
               size_t size, cl_int* status) {
     if (const auto native = native_import(device_of(context)))

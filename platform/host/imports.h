@@ -1,4 +1,4 @@
-/// What the emulated imports tell the launches.
+/// What kernel launches must know about emulated imports.
 #pragma once
 
 #include <cstddef>
@@ -8,14 +8,14 @@
 
 namespace lumivert::platform {
 
-/// The caller's memory behind an import on a device with memory of its own.
+/// The caller's memory behind an import, for a device that has memory of its own.
 struct HostMemory {
     void* address;
     size_t size;
 };
 
-/// Where an import's bytes must be fetched before a launch and brought back to after it. Nothing for other memory
-/// objects, and for imports on a device that works in the host's memory itself.
+/// The memory to copy from before a launch and back to after it. Nothing for memory objects that are not imports, and
+/// for imports on a device that works directly in host memory.
 std::optional<HostMemory> copied_from(cl_mem memory);
 
 } // namespace lumivert::platform

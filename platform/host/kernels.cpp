@@ -14,8 +14,8 @@
 namespace lumivert::platform {
 namespace {
 
-/// The memory objects bound to each kernel. A kernel does not hold on to them: where one is null or was released since,
-/// a launch would follow a dead pointer.
+/// The memory objects bound to each kernel. A kernel does not retain its arguments: if one is null or was released
+/// after it was bound, a launch would use a dangling pointer.
 class Bindings {
 public:
     void bind(cl_kernel kernel, cl_uint index, cl_mem memory) {
@@ -40,7 +40,7 @@ public:
 private:
     struct Bound {
         cl_mem memory;
-        uint64_t serial; // tells the object from a later one at the same address
+        uint64_t serial; // a later object may have the same address
     };
 
     std::mutex mutex_;
@@ -52,7 +52,7 @@ Bindings& bindings() {
     return all;
 }
 
-/// Moves the bytes of imports that the device works on as copies: to the device before a launch, back after it.
+/// Copies imports for a device that has memory of its own: to the device before a launch, back after it.
 template <typename Transfer>
 cl_int transfer(Transfer driver, cl_command_queue queue, const std::vector<cl_mem>& objects) {
     cl_int status = CL_SUCCESS;
@@ -62,8 +62,8 @@ cl_int transfer(Transfer driver, cl_command_queue queue, const std::vector<cl_me
     return status;
 }
 
-/// Whether this argument is a buffer or an image. Programs loaded from a binary that some other build wrote may not
-/// know; then what looks like a live object is one.
+/// Whether this argument is a buffer or an image. A program loaded from a binary may not know; then the value is taken
+/// for a memory object if a live one has that address.
 bool takes_memory(cl_kernel kernel, cl_uint index, cl_mem value) {
     cl_kernel_arg_address_qualifier where = 0;
     const cl_int status =
@@ -119,6 +119,6 @@ cl_int clEnqueueNDRangeKernel(cl_command_queue queue, cl_kernel kernel, cl_uint 
                                               event);
     };
     cl_int status = launch(rows[0] ? rows : local);
-    if (rows[0] && status == CL_INVALID_WORK_GROUP_SIZE) status = launch(local); // the kernel prescribes another
+    if (rows[0] && status == CL_INVALID_WORK_GROUP_SIZE) status = launch(local); // the kernel requires another size
     return status ? status : transfer(DRIVER(clEnqueueReadBuffer), queue, objects);
 }

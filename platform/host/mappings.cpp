@@ -18,10 +18,10 @@ size_t whole_pages(size_t size) {
 } // namespace
 
 Mappings::Mapping* Mappings::acquire(int fd, size_t size) {
-    // The access is asked of the descriptor, not of mmap: a kept mapping must not serve a read-only descriptor.
+    // Check the descriptor's access here: mmap does not see it if a kept mapping is used.
     struct stat object {};
     if ((fcntl(fd, F_GETFL) & O_ACCMODE) != O_RDWR || fstat(fd, &object) != 0) return nullptr;
-    // Checked on every import: an object that shrank since it was mapped would end the process at the first access.
+    // Check the size on every import: if the object shrank since it was mapped, the first access would end the process.
     if (size > whole_pages(static_cast<size_t>(object.st_size))) return nullptr;
     const size_t length = whole_pages(size);
 

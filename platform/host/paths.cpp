@@ -5,7 +5,7 @@
 namespace lumivert::platform {
 
 std::string resolve_path(const std::string& device_path) {
-    // Android's own names for the roots of its data and shared storage.
+    // The variables that Android itself uses for the roots of its data and shared storage.
     static constexpr struct {
         const char* root;
         const char* variable;

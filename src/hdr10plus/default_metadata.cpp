@@ -8,9 +8,9 @@ namespace {
 
 constexpr uint8_t kPercentages[] = {1, 5, 10, 25, 50, 75, 90, 95, 99};
 
-/// What depends on how bright the content is; the first four distribution points do not.
+/// The values that depend on how bright the content is.
 struct Scene {
-    uint32_t percentiles[9]; // 0.1 cd/m2; the 5 % slot carries no luminance, hence its 0
+    uint32_t percentiles[9]; // in 0.1 cd/m2; the entry for 5 % holds no luminance, so it is 0
     uint16_t knee_x, knee_y; // 12 bits
     uint16_t anchors[9];     // 10 bits
 };
@@ -18,7 +18,7 @@ struct Scene {
 constexpr Scene kNormalScene = {
     {13, 0, 13, 322, 782, 1368, 7497, 8389, 10000}, 33, 132, {380, 620, 650, 770, 850, 900, 930, 980, 990}};
 
-// The first anchor overshoots its successors on purpose: it lifts the tones just above the knee.
+// The first anchor is higher than those after it on purpose: it lifts the tones just above the knee.
 constexpr Scene kBrightScene = {
     {13, 0, 13, 322, 982, 2368, 18497, 24389, 40000}, 20, 320, {1023, 700, 850, 920, 950, 980, 1005, 1010, 1020}};
 
@@ -33,7 +33,7 @@ float reference_peak(float first, float second) {
 } // namespace
 
 void default_metadata(float first, float second, HDR10PLUS_DYNAMIC_INFO* info) {
-    // Peaks count in whole cd/m2. Comparing with 1001 spares a conversion that a huge peak would overflow.
+    // The limit is 1000 in whole cd/m2. Comparing the fraction with 1001 avoids converting a huge peak to an integer.
     const Scene& scene = reference_peak(first, second) >= 1001.0F ? kBrightScene : kNormalScene;
 
     info->country_code = 181;

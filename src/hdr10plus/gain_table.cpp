@@ -9,8 +9,8 @@ using lumivert::valid_entries;
 
 namespace {
 
-/// Row N: C(N + 1, k + 1), the weight of anchor k in a Bezier curve of order N + 1. Two irregularities are deliberate
-/// and part of what a curve means here: the rows of 0 to 2 drop their anchors, and the row of 15 misses the two 120.
+/// Row N holds C(N + 1, k + 1), the weight of anchor k in a Bezier curve of order N + 1. Two irregularities are on
+/// purpose: rows 1 and 2 drop their anchors, and row 15 lacks 120 at either end.
 constexpr float kBinomials[kMaxEntries + 1][kMaxEntries] = {
     {},
     {},
@@ -37,8 +37,8 @@ float power(float base, unsigned exponent) {
     return result;
 }
 
-/// Fills `lut` with curve(x) / x; `output` computes curve(x). The table ends one entry after the sample at 1, and
-/// starts one before its first, so that a reader may take two neighbours anywhere.
+/// Fills `lut` with curve(x) / x, where `output` computes curve(x). The first and last entries repeat their neighbours,
+/// so that a reader can interpolate between two entries anywhere.
 template <typename Curve>
 void sample_gains(float* lut, unsigned size, Curve output) {
     if (size > 2) {
@@ -70,7 +70,8 @@ void hdr10plus_preappliedcurve_to_lut(float* lut, unsigned int size, HDR10PLUS_T
         if (kx >= x) return std::max(std::min(ky * x / kx, 1.0F), 0.0F);
         const float t = (x - kx) / (1.0F - kx);
         if (!(t < 1.0F)) return x;
-        // One running product instead of two powers per anchor: (1 - t)^(N + 1) turns into t^(k + 1) (1 - t)^(N - k).
+        // One running product instead of two powers per anchor: it starts at (1 - t)^(N + 1), and each step multiplies
+        // by t / (1 - t).
         float bezier = power(t, anchors) * t;
         float weight = std::pow(1.0F - t, static_cast<float>(anchors + 1));
         const float reciprocal = 1.0F / (1.0F - t);

@@ -9,10 +9,10 @@ using lumivert::valid_entries;
 namespace {
 
 constexpr unsigned kBasisAnchors = 9;
-constexpr unsigned kDimmestDisplay = 200; // cd/m2; a display below it shows the scene unmapped
+constexpr unsigned kDimmestDisplay = 200; // in cd/m2; below it the curve is the identity
 
-/// One anchor of a generated curve: its height for a dark scene (median at most 5 % of the 99 % point) and for a bright
-/// one (55 % or more), and how far the former lies above the straight line.
+/// One anchor of a generated curve: its height for a dark scene (median up to 5 % of the 99 % luminance) and for a
+/// bright scene (55 % or more), and how far `dark` lies above the straight line.
 struct AnchorShape {
     float dark;
     float bright;
@@ -27,7 +27,7 @@ constexpr AnchorShape kAnchorShapes[] = {
     {0.8201F, 0.8729F, 0.2201F}, {0.8837F, 0.9130F, 0.1837F}, {0.9208F, 0.9599F, 0.1208F}, {0.9580F, 0.9844F, 0.0580F},
 };
 
-/// Peak of a display over the larger of its peak and the scene's: 1 where the display can show the whole scene.
+/// The display's peak divided by the larger of its peak and the scene's. 1 if the display can show the whole scene.
 float peak_ratio(float display, float scene) {
     return display / std::max(display, scene);
 }
@@ -43,7 +43,7 @@ float first_anchor(float kx, float ky, float display, float scene_peak, float* w
                                       0.4F, 0.1F, 0.75F, 0.65F, weight);
 }
 
-/// Writes what a curve builder owns: knee, count and as many anchors, nothing else.
+/// Writes the fields that a curve builder sets: the knee point, the count and that many anchors.
 void store(HDR10PLUS_TM_CURVE* curve, const HDR10PLUS_TM_CURVE& built) {
     curve->f_knee_point_x = built.f_knee_point_x;
     curve->f_knee_point_y = built.f_knee_point_y;
@@ -51,7 +51,7 @@ void store(HDR10PLUS_TM_CURVE* curve, const HDR10PLUS_TM_CURVE& built) {
     std::copy_n(built.f_bezier_curve_anchors, built.num_bezier_curve_anchors, curve->f_bezier_curve_anchors);
 }
 
-/// The identity: a knee on the diagonal and the control points of a straight line.
+/// The identity: a knee point on the diagonal and the control points of a straight line.
 HDR10PLUS_TM_CURVE straight_line(unsigned anchors, float knee) {
     HDR10PLUS_TM_CURVE line = {};
     line.f_knee_point_x = knee;
@@ -62,7 +62,7 @@ HDR10PLUS_TM_CURVE straight_line(unsigned anchors, float knee) {
     return line;
 }
 
-/// The curve as the metadata carries it, from 12-bit and 10-bit fractions.
+/// The curve in the metadata, converted from fractions of 12 bits (knee point) and 10 bits (anchors).
 HDR10PLUS_TM_CURVE metadata_curve(const HDR10PLUS_DYNAMIC_INFO& info) {
     constexpr float kPer4095 = 0.00024420026F;
     constexpr float kPer1023 = 0.0009775171F;
@@ -76,14 +76,14 @@ HDR10PLUS_TM_CURVE metadata_curve(const HDR10PLUS_DYNAMIC_INFO& info) {
     return carried;
 }
 
-/// A curve together with the peak ratio it was made for.
+/// A curve and the peak ratio that it was made for.
 struct RatedCurve {
     HDR10PLUS_TM_CURVE curve;
     float ratio;
 };
 
-/// Knee ordinate and the first `anchors` anchors for a display of peak ratio `ratio`, mixed index by index from two
-/// curves; one with fewer anchors counts as zero there.
+/// A mix of two curves for a display with the peak ratio `ratio`: the knee point's output and the first `anchors`
+/// anchors, index by index. Anchors that a curve does not have count as zero.
 HDR10PLUS_TM_CURVE between(const RatedCurve& low, const RatedCurve& high, float ratio, unsigned anchors) {
     const float share = std::clamp((ratio - low.ratio) / (high.ratio - low.ratio), 0.0F, 1.0F);
     const auto mix = [share](float a, float b) { return (1.0F - share) * a + share * b; };
@@ -96,7 +96,8 @@ HDR10PLUS_TM_CURVE between(const RatedCurve& low, const RatedCurve& high, float 
     return mixed;
 }
 
-/// Makes the Bezier curve leave the knee in line with the segment below it, whose slope is 1 / `ratio`.
+/// Moves the knee point and the first anchor so that the Bezier curve continues the line below the knee, whose slope is
+/// 1 / `ratio`, and limits the other anchors accordingly.
 void join_at_knee(HDR10PLUS_TM_CURVE& curve, float ratio, float display, float scene_peak) {
     curve.f_knee_point_x = curve.f_knee_point_y * ratio;
     const float p1 = first_anchor(curve.f_knee_point_x, curve.f_knee_point_y, display, scene_peak, nullptr);
@@ -122,14 +123,14 @@ float calcP1(float kx, float ky, float target_lum, float scene_lum, float cap_x0
     const float ratio = peak_ratio(target_lum, scene_lum);
     const float cap = rampWeight(cap_lo, cap_hi, cap_x0, cap_x1, ky);
 
-    // The slope of an order-10 Bezier curve at its start is 10 P1 (1 - ky) / (1 - kx); this P1 makes it 1 / ratio.
+    // At its start, a Bezier curve of order 10 has the slope 10 P1 (1 - ky) / (1 - kx). This P1 makes it 1 / ratio.
     const float smooth = (1.0F - std::min(kx, 0.9999F)) / (ratio * (10.0F - 10.0F * std::min(ky, 0.9999F)));
     const float limited = std::max(std::min(smooth, cap), 0.0F);
 
     const float weight = rampWeight(1.0F, 0.0F, ky_x0, ky_x1, ky) * rampWeight(1.0F, 0.0F, r_x0, r_x1, ratio);
     if (weight_out != nullptr) *weight_out = weight;
     const float gain = rampWeight(1.0F, gain_hi, w_x0, w_x1, weight);
-    return std::min(std::max(gain * limited, 0.1F), cap); // in this order: a cap below 0.1 wins
+    return std::min(std::max(gain * limited, 0.1F), cap); // the order matters: a cap below 0.1 wins
 }
 
 void BasisOOTF(HDR10PLUS_TM_CURVE* curve, const HDR10PLUS_DYNAMIC_INFO* info, unsigned int target, float scene_peak) {
@@ -138,9 +139,9 @@ void BasisOOTF(HDR10PLUS_TM_CURVE* curve, const HDR10PLUS_DYNAMIC_INFO* info, un
     float p50 = 0.0F;
     float p99 = 0.0F;
     getPercentile_50_99(info, p50, p99);
-    const float median = p50 / std::max(p99, 0.0001F); // an unknown -1 counts as a very dark scene
+    const float median = p50 / std::max(p99, 0.0001F); // -1, for unknown, counts as a very dark scene
 
-    // The line below the knee has slope 1 / ratio, so luminances there reach the display unchanged.
+    // The line below the knee has the slope 1 / ratio, which leaves luminances there unchanged on the display.
     const float dark_knee = rampWeight(0.0F, 0.3F, 0.22F, 1.0F, ratio);
     const float bright_knee = rampWeight(0.0F, 0.2F, 0.25F, 0.95F, ratio);
     const float darkness = rampWeight(1.0F, 0.05F, 0.05F, 0.5F, median);
@@ -161,7 +162,7 @@ void BasisOOTF(HDR10PLUS_TM_CURVE* curve, const HDR10PLUS_DYNAMIC_INFO* info, un
         const AnchorShape& shape = kAnchorShapes[i - 1];
         const float line = static_cast<float>(i + 1) * 0.1F;
         const float limit = static_cast<float>(i + 1) * p1;
-        // On purpose the step enters twice, in shape_at and here.
+        // The step is used twice on purpose, in shape_at and here.
         const float lift = shape_at(shape, median) * shape.step() + shape.lift;
         anchors[i] = std::max(std::min(std::fma(lift, bend, line), limit), line);
     }
@@ -174,7 +175,8 @@ void GuidedOOTF(HDR10PLUS_TM_CURVE* curve, const HDR10PLUS_DYNAMIC_INFO* info, u
     const unsigned anchors = valid_entries(info->num_bezier_curve_anchors);
     const float display = static_cast<float>(target);
     if (target < kDimmestDisplay) return store(curve, straight_line(anchors, 0.0F));
-    // Before the comparison with the scene: on the display it was graded for, a curve is never replaced.
+    // This comes before the comparison with the scene: on the display that it was graded for, a curve is never
+    // replaced.
     if (target == info->display_max_luminance) return store(curve, metadata_curve(*info));
     if (display >= scene_peak) return store(curve, straight_line(anchors, 0.3F));
 

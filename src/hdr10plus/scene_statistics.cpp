@@ -13,8 +13,8 @@ struct Point {
     float luminance; // cd/m2
 };
 
-/// The distribution point that marks the scene peak: the last entry in a well-ordered record, else the first that
-/// says 99 %. Null where there is none.
+/// The distribution point that marks the scene peak: the last entry if its percentage is 99, otherwise the first entry
+/// whose percentage is 99. Null if there is none.
 const uint32_t* peak_percentile(const HDR10PLUS_DYNAMIC_INFO& info) {
     const unsigned count = valid_entries(info.num_maxrgb_percentiles);
     if (count == 0) return nullptr;
@@ -24,8 +24,9 @@ const uint32_t* peak_percentile(const HDR10PLUS_DYNAMIC_INFO& info) {
     return found == end ? nullptr : &info.maxrgb_percentiles[found - info.maxrgb_percentages];
 }
 
-/// Luminance in cd/m2 at `percentage` if the distribution lists it (the last one counts), else interpolated at
-/// `target` between the neighbours of `percentage`; -1 where it has none on both sides.
+/// The luminance in cd/m2 at `percentage`, if the distribution lists it; if it does so more than once, the last one
+/// counts. Otherwise the value at `target`, interpolated between the neighbours of `percentage`; -1 if it does not have
+/// both.
 float percentile(const HDR10PLUS_DYNAMIC_INFO& info, float percentage, float target) {
     constexpr Point kUnknown = {-1.0F, -1.0F};
     Point listed = kUnknown;
@@ -34,7 +35,7 @@ float percentile(const HDR10PLUS_DYNAMIC_INFO& info, float percentage, float tar
     Point previous = {0.0F, 0.0F};
     const unsigned count = valid_entries(info.num_maxrgb_percentiles);
     for (unsigned i = 0; i < count; ++i) {
-        if (i == 1 || i == 2) // real streams keep other quantities here
+        if (i == 1 || i == 2) // real streams store other quantities here
             continue;
         const Point current = {static_cast<float>(info.maxrgb_percentages[i]), from_tenths(info.maxrgb_percentiles[i])};
         if (current.percentage == percentage) {
@@ -64,7 +65,7 @@ float GetSceneMaxL(const HDR10PLUS_DYNAMIC_INFO* info) {
 
 void getPercentile_50_99(const HDR10PLUS_DYNAMIC_INFO* info, float& p50, float& p99) {
     p50 = percentile(*info, 50.0F, 50.0F);
-    p99 = percentile(*info, 99.0F, 99.95F); // deliberately nearer to the maximum than the point it stands for
+    p99 = percentile(*info, 99.0F, 99.95F); // on purpose closer to the maximum than 99 %
 }
 
 } // namespace LIB_HDR10PLUS_META

@@ -30,17 +30,18 @@ size_t pixel_count(uint32_t width, uint32_t height) {
     return size_t{width} * height;
 }
 
-/// The next `size` bytes of the file; what it does not have stays zero.
+/// Reads the next `size` bytes of the file; bytes past its end are left alone. Returns how many were read.
 size_t read_into(std::istream& file, std::vector<uint8_t>& bytes, size_t size) {
     file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(size));
     return static_cast<size_t>(file.gcount());
 }
 
-/// The next `size` bytes of the file (an even number) as little-endian 16-bit samples in the machine's byte order.
+/// Reads the next `size` bytes of the file, an even number, as little-endian 16-bit samples and returns them in the
+/// machine's byte order. What is missing is zero.
 std::vector<uint8_t> read_samples(std::istream& file, size_t size) {
     std::vector<uint8_t> bytes(size);
     const size_t available = read_into(file, bytes, size);
-    if (available % 2 != 0) // deliberate: half a sample stands for both its bytes
+    if (available % 2 != 0) // on purpose: the low byte of an incomplete sample is used for both
         bytes[available] = bytes[available - 1];
     for (size_t i = 0; i < size; i += 2) {
         const auto sample = static_cast<uint16_t>(bytes[i] | bytes[i + 1] << 8);

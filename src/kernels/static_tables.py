@@ -17,12 +17,12 @@ CHART = HERE.parent.parent / "docs" / "static-tables.svg"
 ENTRIES = 1024
 BLACK, WHITE = 63, 939  # the lowest and the highest output, one below the nominal 64 and 940
 
-# Fixed points (input code, output code). Both tables share the toe up to code 281: from nominal black over the place
-# where rounding first gives 64 to half way between the two tables' values at 282, where they part.
+# Fixed points (input code, output code). Both tables share the toe up to code 281. It runs from nominal black through the
+# first code that is rounded to 64 to the middle between the two tables' values at 282, where they separate.
 TOE = [(64, BLACK), (76, 63.5), (128, 66), (200, 81), (256, 115), (282, 143.5)]
-# The rest of each table, up to the PQ code of its mastering peak, 1000 and 4000 cd/m2. Between 344 and 345 the first
-# table overtakes the second; the fixed point there makes it do so in one step, so that no input has the same output in
-# both.
+# The rest of each table, up to the PQ code of the mastering peak, 1000 and 4000 cd/m2. The first table rises above the
+# second between 344 and 345. The fixed point there makes them cross in one step: from 282 until the second one ends at
+# white, no input code has the same output in both.
 BODY = {
     1000: [(282, 143), (300, 159), (345, 209.5), (400, 283), (500, 468), (512, 493), (600, 693), (700, 902),
            (722, WHITE)],

@@ -1,4 +1,4 @@
-/// Construction, teardown and device queries of the engine.
+/// Construction and teardown of the engine, its work buffers, and queries to the device.
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -17,7 +17,7 @@
 namespace lumivert {
 namespace {
 
-constexpr unsigned long kIonIocFree = 0xC0044901; // ION_IOC_FREE: _IOWR('I', 1, a 32-bit handle)
+constexpr unsigned long kIonIocFree = 0xC0044901; // ION_IOC_FREE of the ION driver: _IOWR('I', 1, int32_t)
 
 constexpr std::size_t kTextBytes = 1024;
 
@@ -112,7 +112,7 @@ Formatter::~Formatter() {
     for (int32_t handle : mIonHandles) {
         if (ioctl(mIonFd, kIonIocFree, &handle) != 0) log_errno(__func__, 137);
     }
-    if (close(mIonFd) != 0) log_errno(__func__, 143); // also when it was never open: the line tells so
+    if (close(mIonFd) != 0) log_errno(__func__, 143); // if it was never open, this line says so
 
     for (const auto& entry : *mKernels) {
         checked(__func__, 149, [kernel = entry.second] { return clReleaseKernel(kernel); });
@@ -127,12 +127,12 @@ Formatter::~Formatter() {
     if (!mFrameTimes.empty()) {
         const double sum = std::accumulate(mFrameTimes.begin(), mFrameTimes.end(), 0.0);
         log_info("framecount is %d", static_cast<int>(mFrameTimes.size()));
-        // The mean, although the line says total: logs are read by that wording.
+        // The value is the mean although the line says total. Log readers expect this wording.
         log_info("stat info total converting time is %f ms", sum / static_cast<double>(mFrameTimes.size()));
     }
 
-    // After a retained RGBA frame target_rgba_buffer names an object that the registry has just released; the
-    // reference count query then fails and nothing is released twice.
+    // After a retained RGBA frame, target_rgba_buffer is an object that the registry released above. The query of its
+    // reference count then fails, so it is not released twice.
     delete_mem_object(mWorkMem2);
     delete_mem_object(mWorkMem0);
     delete_mem_object(target_rgba_buffer);
@@ -148,7 +148,7 @@ Formatter::~Formatter() {
 std::string Formatter::getDeviceInfoProp(unsigned int param) const {
     char text[kTextBytes] = {};
     std::size_t size = 0;
-    // Sixteen bytes fewer than there are: the text always ends inside the buffer.
+    // The driver gets 16 bytes fewer than there are, so the text always ends inside the buffer.
     if (clGetDeviceInfo(mDevice, param, sizeof(text) - 16, text, &size) != CL_SUCCESS || size >= sizeof(text))
         return {};
     return text;

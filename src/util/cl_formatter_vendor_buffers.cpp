@@ -1,4 +1,4 @@
-/// Imported buffers: the import itself, the registry, images over buffers, release.
+/// Imported buffers: import, registry, images over buffers, release.
 #include <CL/cl_ext.h>
 
 #include "util/formatter.h"
@@ -6,8 +6,8 @@
 namespace lumivert {
 namespace {
 
-/// Imports through cl_arm_import_memory. `memory` is the pointer itself or the address of a descriptor. A failure is
-/// logged as `import_buffer`'s, whoever asked.
+/// Imports with the extension cl_arm_import_memory. `memory` is the host pointer or the address of a descriptor.
+/// Failures are logged as those of `import_buffer`, whichever function imports.
 cl_mem import_memory(cl_context context, cl_import_properties_arm type, void* memory, std::size_t size,
                      cl_mem_flags flags, int tag) {
     const cl_import_properties_arm properties[] = {CL_IMPORT_TYPE_ARM, type, 0};
@@ -18,7 +18,8 @@ cl_mem import_memory(cl_context context, cl_import_properties_arm type, void* me
     return nullptr;
 }
 
-/// False also for an object that is gone: the query fails then, on a driver that checks its handles.
+/// Whether an object still has references. False also if the query fails, as it does for a released object on a driver
+/// that checks handles.
 bool is_alive(cl_mem mem) {
     if (mem == nullptr) return false;
     cl_uint references = 0;
@@ -78,7 +79,7 @@ cl_mem Formatter::create_image_from_buffer(cl_context context, cl_mem buffer, un
     description.image_width = width;
     description.image_height = height;
     description.buffer = buffer;
-    if (channel_order == CL_RGBA) { // 4 bytes per pixel, with 16-bit channels too; other orders leave it to the driver
+    if (channel_order == CL_RGBA) { // 4 bytes per pixel even with 16-bit channels; the driver chooses other pitches
         const std::size_t columns = (std::size_t{width} + pitch_alignment - 1) & ~(std::size_t{pitch_alignment} - 1);
         description.image_row_pitch = 4 * columns;
     }

@@ -1,4 +1,4 @@
-/// The GPU program: source build, binary cache on the data partition, kernel table.
+/// The GPU program: build from source, binary cache on the data partition, kernel table.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -23,18 +23,19 @@ constexpr const char* kStem = "cl_formatter_vendor";
 constexpr const char* kBuildOptions = "-cl-fast-relaxed-math";
 constexpr const char* kCachePrefix = "mali_formatter_";
 
-// No driver's binary comes near this size, and no program has as many devices: an instance's context has one. Larger
-// figures come from a damaged file system or a damaged driver, and are treated like a file or a query that fails.
+// Upper limits far above real values: PoCL's binary of this program has 0.3 MiB, and an instance's program has one
+// device. A larger size or count is treated like a file that cannot be read or a query that failed.
 constexpr std::size_t kLargestBinary = std::size_t{1} << 30;
 constexpr cl_uint kMostDevices = 64;
 
-/// Zeroed bytes for a program binary. Null where there is no memory for so many.
+/// Zeroed memory for a program binary; null if there is not enough.
 std::unique_ptr<unsigned char[]> binary_memory(std::size_t size) {
     return std::unique_ptr<unsigned char[]>(size <= kLargestBinary ? new (std::nothrow) unsigned char[size]()
                                                                    : nullptr);
 }
 
-/// Writes a whole file. One that could be written in part only is removed: it would end every later init.
+/// Writes a binary to a file. A file that could only be written in part is removed, because the driver would refuse it
+/// at every later init. False on failure.
 bool write_binary(const std::string& path, const unsigned char* bytes, std::size_t size) {
     const unique_fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
     if (file < 0) return false;
@@ -96,7 +97,7 @@ int Formatter::compileprogram() {
     log_info("CL_DEVICE_NAME is %s \n", getDeviceInfoProp(CL_DEVICE_NAME).c_str());
     log_info("Full device version is %s \n", getDeviceInfoProp(CL_DEVICE_VERSION).c_str());
 
-    // A binary of another build or another kind of client is of no use: replace it.
+    // A binary of another system build or for the other framework is of no use: replace it.
     std::string existed;
     if (!getExistedFileName(existed)) {
         log_info("Creating the new image");
@@ -110,7 +111,7 @@ int Formatter::compileprogram() {
         }
     }
 
-    // A binary that was written a moment ago is loaded from its file as well: there is one way to start.
+    // Even a binary that was just written is loaded from its file, so every start takes the same steps.
     log_info("It is running with final binaryPath is %s", binary_path.c_str());
     const unique_fd file(open(binary_path.c_str(), O_RDONLY | O_CLOEXEC));
     if (file < 0) {
@@ -119,7 +120,7 @@ int Formatter::compileprogram() {
         tryRecompileIfRequired(binary_path);
     } else {
         log_info("data path open success");
-        // -1, for what has no end, becomes the largest size, and so does a size that a 32-bit process cannot count.
+        // A failed seek (-1), and a size that a 32-bit process cannot count, become the largest size.
         const auto end = static_cast<uint64_t>(lseek64(file, 0, SEEK_END));
         const auto size = static_cast<std::size_t>(std::min<uint64_t>(end, SIZE_MAX));
         log_info("[%s] size is %zu", __func__, size);
@@ -137,7 +138,7 @@ int Formatter::compileprogram() {
     BuildLog text;
     checked(__func__, 619, [&] { return read_build_log(*mProgram, mDevice, text); });
     log_error("clGetProgramBuildInfo : %s", text);
-    cl_build_status status = 1; // no such status: prints nothing if the query fails
+    cl_build_status status = 1; // not a status: nothing is printed if the query fails
     cl_int error = CL_SUCCESS;
     checked(__func__, 622, [&] {
         return error =
@@ -145,7 +146,7 @@ int Formatter::compileprogram() {
     });
     log_build_status(status);
     checked(__func__, 628, [this] { return clReleaseProgram(*mProgram); });
-    return error; // not the build's result, on purpose: a program that failed shows when kernels are made
+    return error; // on purpose not the build's result: if the build failed, creating kernels fails
 }
 
 void Formatter::makeProgram() {
@@ -159,9 +160,10 @@ void Formatter::makeProgram() {
 
     error = build(program);
     if (error == CL_SUCCESS) return;
-    BuildLog text; // read, not printed: the caller's own build of this program reports
+    BuildLog text; // read but not printed: the caller builds this program again and reports
     read_build_log(program, mDevice, text);
-    fatal_check(error != CL_SUCCESS, {kStem, 511}, "error"); // never fires: a failed build stays silent, on purpose
+    fatal_check(error != CL_SUCCESS, {kStem, 511},
+                "error"); // never fires: a failed build is not reported here, on purpose
 }
 
 int Formatter::fetchProgram(int& binary_status, const std::string& path, std::size_t size) {
@@ -190,7 +192,7 @@ bool Formatter::storeProgram(const std::string& path) {
 
     if (count > kMostDevices) return false;
 
-    // Arrays, which are never null: so a query for no device is refused instead of answered.
+    // Arrays are never null, so the driver refuses a query for no devices instead of answering it.
     const auto devices = std::make_unique<cl_device_id[]>(count);
     if (clGetProgramInfo(program, CL_PROGRAM_DEVICES, count * sizeof(cl_device_id), devices.get(), nullptr) !=
         CL_SUCCESS) {
@@ -216,7 +218,7 @@ bool Formatter::storeProgram(const std::string& path) {
     }
 
     const auto own = static_cast<std::size_t>(std::find(devices.get(), devices.get() + count, mDevice) - devices.get());
-    if (own == count) return true; // nothing to write counts as written
+    if (own == count) return true; // there is nothing to write
 
     log_info("path is %s ", path.c_str());
     fatal_check(write_binary(path, pointers[own], sizes[own]), {kStem, 482}, "stream.good()");
@@ -234,7 +236,7 @@ bool Formatter::getExistedFileName(std::string& file_name) {
         names.emplace_back(entry->d_name);
     closedir(directory);
 
-    // A name that is itself the beginning of the prefix counts too.
+    // Names that are shorter than the prefix count if they are a beginning of it.
     const auto found = std::find_if(names.begin(), names.end(), [](const std::string& name) {
         return std::strncmp(name.c_str(), kCachePrefix, std::min(name.size(), std::strlen(kCachePrefix))) == 0;
     });

@@ -107,7 +107,7 @@ void assert_failed(const char* tag, CheckSite site, const char* condition, const
 }
 
 void print(int priority, const char* format, va_list arguments) {
-    char line[1024]; // the log keeps no more of one
+    char line[1024]; // the log cuts longer lines anyway
     std::vsnprintf(line, sizeof line, format, arguments);
     __android_log_print(priority, kLogTag, "%s", line);
 }

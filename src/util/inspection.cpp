@@ -29,8 +29,8 @@ public:
     MappedPlane(const MappedPlane&) = delete;
     MappedPlane& operator=(const MappedPlane&) = delete;
 
-    /// Writes the first `count` bytes, or the whole plane if that is less. The bytes go from the mapping to write(2)
-    /// untouched: where the mapping is longer than its buffer, write(2) fails, but reading there would end the process.
+    /// Writes the first `count` bytes, or the whole plane if it is smaller. The mapping is passed to write(2) and not
+    /// read here: where it is longer than the buffer behind it, write(2) fails, but reading would end the process.
     void write_to(int file, std::size_t count) const {
         if (m_bytes_ != MAP_FAILED) android::base::WriteFully(file, m_bytes_, std::min(count, m_size_));
     }
@@ -40,11 +40,11 @@ private:
     void* m_bytes_;
 };
 
-/// Zero if either is negative. On a 32-bit system a product that is too large becomes the largest size.
+/// `width` x `height`; 0 if either is negative. Limited so that a 32-bit size can hold four bytes per pixel.
 std::size_t pixel_count(int width, int height) {
     if (width < 0 || height < 0) return 0;
     const auto pixels = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
-    return static_cast<std::size_t>(std::min<uint64_t>(pixels, SIZE_MAX / 4)); // four bytes each can be counted, too
+    return static_cast<std::size_t>(std::min<uint64_t>(pixels, SIZE_MAX / 4));
 }
 
 } // namespace
@@ -76,7 +76,7 @@ void list_entries(const std::shared_ptr<ImportedBuffers>& map) {
 
 void trace_metadata(const HDR10PLUS_DYNAMIC_INFO& info) {
     if (!log_enabled(kTraceBit)) return;
-    static constexpr const char* kFunction = "print_debug_hdr10plus_metadata"; // as log readers know it
+    static constexpr const char* kFunction = "print_debug_hdr10plus_metadata"; // the name in the log
     const auto print = [](const char* field, unsigned int value) {
         log_debug("%s %s is %d", kFunction, field, static_cast<int>(value));
     };
@@ -94,7 +94,8 @@ void trace_metadata(const HDR10PLUS_DYNAMIC_INFO& info) {
     print("display_max_luminance", info.display_max_luminance);
     print_all("maxscl", info.maxscl);
     print("avg_maxrgb", info.avg_maxrgb);
-    print("num_maxrgb_percentiles[3]", info.num_maxrgb_percentiles); // the index is meaningless, log readers expect it
+    print("num_maxrgb_percentiles[3]",
+          info.num_maxrgb_percentiles); // the index means nothing, but log readers expect it
     print_all("maxrgb_percentages", info.maxrgb_percentages);
     print_all("maxrgb_percentiles", info.maxrgb_percentiles);
     print("tone_mapping_flag", info.tone_mapping_flag);
@@ -132,7 +133,7 @@ void dump_nv12(Formatter& formatter, _HDR2SDR_config_params_t out) {
 void Formatter::dump_ocl(cl_mem buffer, int width, int height) {
     const std::size_t bytes = 4 * pixel_count(width, height);
     cl_int error = CL_SUCCESS;
-    // Stays mapped: a debugging aid that is used once or twice in a process.
+    // Not unmapped: this debugging aid is used once or twice in a process.
     const auto* values = static_cast<const float*>(
         clEnqueueMapBuffer(mQueue, buffer, CL_TRUE, CL_MAP_READ, 0, bytes, 0, nullptr, nullptr, &error));
     if (error != CL_SUCCESS)
@@ -140,10 +141,10 @@ void Formatter::dump_ocl(cl_mem buffer, int width, int height) {
                   << "\n";
 
     std::ofstream text(media_path("ocl.txt"));
-    const std::size_t count = values == nullptr ? 0 : pixel_count(width, std::min(height, 3)); // all of it is mapped
+    const std::size_t count = values == nullptr ? 0 : pixel_count(width, std::min(height, 3));
     for (std::size_t i = 0; i < count; ++i) {
         text << values[i] << ", ";
-        if (i == 3839 || i == 7679) text << "##################" << std::endl; // fixed marks, whatever the width
+        if (i == 3839 || i == 7679) text << "##################" << std::endl; // fixed positions, whatever the width
     }
     text << "\n";
     text.close();
@@ -164,7 +165,7 @@ void Formatter::filewrite(_Image_ColorFormat format, int width, int height, cons
         const std::size_t pixels = pixel_count(width, height);
         switch (static_cast<int>(format)) {
         case -1:
-            // NOLINTNEXTLINE(performance-no-int-to-ptr): the record carries the address as a number
+            // NOLINTNEXTLINE(performance-no-int-to-ptr): the record holds the address as a number
             android::base::WriteFully(file, reinterpret_cast<const void*>(static_cast<uintptr_t>(plane0->address)),
                                       static_cast<std::size_t>(std::max(plane0->size, 0)));
             break;
