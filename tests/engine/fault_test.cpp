@@ -203,12 +203,18 @@ INSTANTIATE_TEST_SUITE_P(Times, FaultDeathTest, testing::Values(1, 2, 1 << 20), 
 using SurroundingsFault = EngineTest;
 
 TEST_F(SurroundingsFault, WorkBuffersThatCannotBeAllocatedRefuseTheInit) {
-    for (const unsigned int failing : {1U, 2U, 3U}) { // bit 0 the first buffer, bit 1 the second
+    const struct {
+        uint32_t width, height;
+        std::size_t bytes;    ///< RGBA of whole blocks of 4 x 2, rounded up to 128
+        unsigned int failing; ///< bit 0 the first buffer, bit 1 the second
+    } cases[] = {{36, 20, 2944, 1}, {36, 20, 2944, 2}, {36, 20, 2944, 3}, {35, 19, 2944, 1},
+                 {33, 20, 2944, 2}, {36, 21, 3200, 1}, {37, 20, 3200, 3}, {36, 22, 3200, 2}};
+    for (const auto& [width, height, bytes, failing] : cases) {
         log.clear();
         void* handle = this;
-        g_failing_size = 36 * 20 * 4 + 64; // a 36 x 20 frame of RGBA, rounded up to 128 bytes
+        g_failing_size = bytes;
         g_failing_calls = failing;
-        EXPECT_EQ(CL_HDR2SDR_ARM_init(36, 20, NORMAL, &handle, 1), 0);
+        EXPECT_EQ(CL_HDR2SDR_ARM_init(width, height, NORMAL, &handle, 1), 0) << width << 'x' << height;
         EXPECT_EQ(handle, nullptr);
         EXPECT_EQ(log.count("E [CL_HDR2SDR_ARM_init] failed LINE number is 511 !"), (failing & 1U) != 0 ? 1 : 0);
         EXPECT_EQ(log.count("E [CL_HDR2SDR_ARM_init] failed LINE number is 514 !"), (failing & 2U) != 0 ? 1 : 0);

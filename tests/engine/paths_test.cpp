@@ -239,6 +239,13 @@ TEST_F(PathsTest, DumpWhatWentInAndCameOut) {
         EXPECT_EQ(read_file(fresh.media(c.file)), expected);
         EXPECT_EQ(fresh.media_files().size(), written ? 3U : 2U); // the program cache among them
         const bool work_buffer = c.mode == NORMAL && c.format != RGBA;
+        const auto* own_rgba = static_cast<const char*>(engine_of(instance).mWorkHost1);
+        EXPECT_EQ(read_file(fresh.camera("rgba_out.yuv")), work_buffer ? std::string(own_rgba, 12 * 6 * 4) : "");
+        dump_request = 1; // once more: the planes are appended, the work buffer's dump is replaced
+        if (c.mode == HI_JACK && !c.pool) fill_random(in, 3); // was converted in place
+        EXPECT_EQ(c.pool ? instance.convert1(in, out, &info) : instance.convert(in, out, &info), 1);
+        EXPECT_EQ(read_file(fresh.media("Input_p010.yuv")), input + input);
+        EXPECT_EQ(read_file(fresh.media(c.file)), expected + expected);
         EXPECT_EQ(read_file(fresh.camera("rgba_out.yuv")).size(), work_buffer ? 12 * 6 * 4U : 0U);
     }
 }

@@ -213,8 +213,10 @@ TEST_F(ProgramCache, ReportsAFailedFinalBuildByLogOnly) {
 
 TEST_F(ProgramCache, RebuildsABinaryThatDoesNotSuitTheDevice) {
     compile();
+    write_file(path, read_file(path) + std::string(100000, '#'));
     spy::answer_binary_status(CL_INVALID_BINARY);
     EXPECT_EQ(compile(), 0);
+    EXPECT_EQ(read_file(path).find("####"), std::string::npos) << "the file is written anew";
     EXPECT_THAT(lines, Contains("I It trys to build the source in case of prebuilt binary is not compatible with "
                                 "current device"));
     EXPECT_THAT(steps, ElementsAre(binary, "clReleaseProgram", source, build, build));

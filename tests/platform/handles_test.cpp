@@ -1,4 +1,7 @@
 // Null and released handles get the code that the device's driver gives, and never reach PoCL.
+#include <algorithm>
+#include <vector>
+
 #include "opencl_test.h"
 
 class Handles : public OpenClTest {
@@ -114,8 +117,15 @@ TEST_F(Handles, ALaunchNeedsLiveBuffers) {
 
     clReleaseMemObject(in);
     EXPECT_EQ(launch(kernel), CL_INVALID_KERNEL_ARGS) << "bound to a released buffer";
-    // A new buffer, often at the same address, is not the one that was bound.
+    // A new buffer is not the one that was bound, not even at the same address, which drivers hand out again.
+    const cl_mem released = in;
+    std::vector<cl_mem> others;
     in = clCreateBuffer(context, CL_MEM_READ_WRITE, 128, nullptr, nullptr);
+    while (in != released && others.size() < 1000) {
+        others.push_back(in);
+        in = clCreateBuffer(context, CL_MEM_READ_WRITE, 128, nullptr, nullptr);
+    }
+    std::for_each(others.begin(), others.end(), clReleaseMemObject);
     EXPECT_EQ(launch(kernel), CL_INVALID_KERNEL_ARGS);
     EXPECT_EQ(set(2, &in), CL_SUCCESS);
     EXPECT_EQ(launch(kernel), CL_SUCCESS);
