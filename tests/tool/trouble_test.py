@@ -111,6 +111,37 @@ class Outputs(ToolTest):
             self.assertOnlyFiles()
 
 
+class Limits(ToolTest):
+    """Where the system gives too little, some driver or codec fails in its own way: one line tells, nothing stays."""
+
+    def expect_one_line_or_success(self, resource_limit, value, *options):
+        result = subprocess.run([LUMIVERT, "convert", DEMO, "-o", "out.mp4", "--frames", "0-3", *options],
+                                capture_output=True, timeout=200, env={**os.environ, "XDG_CACHE_HOME": "cache"},
+                                preexec_fn=lambda: resource.setrlimit(resource_limit, (value, value)))
+        # Drivers write lines of their own.
+        lines = [line for line in result.stderr.decode().splitlines() if line.startswith("lumivert: ")]
+        with self.subTest(value=value, lines=result.stderr):
+            self.assertIn(result.returncode, (DONE, FAILED))
+            if result.returncode == FAILED:
+                self.assertEqual(len(lines), 1)
+                self.assertRegex(lines[0], r"limit|threads")
+                self.assertFalse([name for name in os.listdir() if name != "cache"])
+            else:
+                os.remove("out.mp4")
+        return result.returncode
+
+    @unittest.skipIf(b"__asan_init" in read(LUMIVERT), "the address sanitizer itself takes terabytes of address space")
+    def test_address_space(self):
+        ends = [self.expect_one_line_or_success(resource.RLIMIT_AS, megabytes << 20)
+                for megabytes in (200, 250, 300, 450, 550, 600, 650, 700, 750, 800, 900, 1000)]
+        self.assertEqual(ends[0], FAILED)
+
+    def test_descriptors(self):
+        ends = [self.expect_one_line_or_success(resource.RLIMIT_NOFILE, files, "--entry", entry)
+                for files in (8, 14, 20, 31, 32, 40, 64) for entry in ("pool", "retained")]
+        self.assertEqual(ends, 8 * [FAILED] + 6 * [DONE])
+
+
 class ProgramCache(ToolTest):
     def setUp(self):
         super().setUp()

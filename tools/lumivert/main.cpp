@@ -34,10 +34,16 @@ int run(int argc, char** argv) {
 
 } // namespace
 
+/// Takes the place of the C library's for every library in the process: LLVM, inside some OpenCL drivers, replaces
+/// signal handlers, so that one for SIGABRT would not be reached.
+extern "C" [[gnu::visibility("default")]] void abort() {
+    give_up_after_crash();
+}
+
 int main(int argc, char** argv) {
-    watch_signals();
     int status = kFailed;
     try {
+        watch_signals();
         status = run(argc, argv);
         std::cout.flush();
         if (!std::cout) throw Error("standard output: cannot be written");

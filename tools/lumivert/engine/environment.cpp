@@ -2,15 +2,18 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 
 #include <CL/opencl.hpp>
 #include <android-base/properties.h>
+#include <dlfcn.h>
 #include <unistd.h>
 
 #include "engine/library_log.h"
 #include "error.h"
 #include "io/cleanup.h"
+#include "io/limits.h"
 #include "report.h"
 
 namespace lumivert::tool {
@@ -98,9 +101,30 @@ std::optional<cl::Device> device_of_converter() {
     return devices[0];
 }
 
+/// Why there are no devices. The OpenCL loader passes over drivers that it cannot load, so they are tried once more.
+std::string why_no_devices() {
+    const std::string vendors = variable("OCL_ICD_VENDORS");
+    std::vector<fs::path> descriptions;
+    std::error_code none;
+    const fs::path folder = vendors.empty() ? "/etc/OpenCL/vendors" : vendors;
+    if (folder.extension() == ".icd") descriptions.push_back(folder);
+    for (const auto& entry : fs::directory_iterator(folder, none))
+        if (entry.path().extension() == ".icd") descriptions.push_back(entry.path());
+    if (descriptions.empty())
+        return "no OpenCL driver is installed; for the processor itself there is the package pocl-opencl-icd";
+    for (const fs::path& description : descriptions) {
+        std::string library;
+        std::getline(std::ifstream(description), library);
+        if (dlopen(library.c_str(), RTLD_NOW) == nullptr)
+            return std::string("an OpenCL driver cannot be loaded: ") + dlerror();
+    }
+    return "no OpenCL driver finds a device";
+}
+
 } // namespace
 
 Environment::Environment(const std::string& wanted) {
+    require_descriptors();
     take_over_library_log();
     if (verbose) android::base::SetProperty("vendor.Lumivert.debug.level", "3");
     cache_folder_ = choose_cache_folder(); // before any OpenCL call: drivers look for their caches then
@@ -124,8 +148,9 @@ Environment::Environment(const std::string& wanted) {
         }
     }
     setenv(kDeviceVariable, choice.c_str(), 1);
-    if (devices_.empty())
-        throw Error("no OpenCL device: install a driver, such as the package pocl-opencl-icd for the processor itself");
+    if (devices_.empty()) throw Error(why_no_devices() + limits_note());
+    if (!found && choice.empty())
+        throw Error("the first OpenCL platform offers no device" + std::string(limits_note()));
     if (!found) throw Error("no OpenCL device matches '" + choice + "'; 'lumivert devices' lists them");
 }
 

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
-#include <thread>
 
 #include "io/progress.h"
 #include "io/queue.h"
+#include "io/thread.h"
 
 namespace lumivert::tool {
 namespace {
@@ -39,11 +39,14 @@ public:
 
     Tally run(RecordTrack track, FrameSink& sink) {
         const auto start = Clock::now();
-        std::thread reader([&] { guard([&] { read_all(track); }); });
-        std::thread writer([&] { guard([&] { write_all(sink); }); });
-        guard([&] { convert_all(); });
-        reader.join();
-        writer.join();
+        std::thread reader, writer;
+        guard([&] {
+            reader = start_thread([&] { guard([&] { read_all(track); }); });
+            writer = start_thread([&] { guard([&] { write_all(sink); }); });
+            convert_all();
+        });
+        for (std::thread* thread : {&reader, &writer})
+            if (thread->joinable()) thread->join();
         if (error_) std::rethrow_exception(error_);
         tally_.total_s = std::chrono::duration<double>(Clock::now() - start).count();
         return tally_;

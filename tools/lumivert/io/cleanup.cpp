@@ -2,14 +2,17 @@
 
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <mutex>
+#include <new>
 #include <set>
-#include <thread>
 
 #include <unistd.h>
 
 #include "error.h"
+#include "io/limits.h"
+#include "io/thread.h"
 
 namespace lumivert::tool {
 namespace {
@@ -17,8 +20,28 @@ namespace {
 std::mutex mutex;
 std::set<std::string> registered;
 
-void on_abort(int) {
-    give_up("the OpenCL driver or a library gave up; --verbose tells more");
+void on_crash(int) {
+    give_up_after_crash();
+}
+
+/// Calls `on_crash` on a stack of its own, since a full stack is one of the causes.
+void watch_crashes() {
+    static char stack[64 << 10];
+    stack_t alternative = {};
+    alternative.ss_sp = stack;
+    alternative.ss_size = sizeof stack;
+    sigaltstack(&alternative, nullptr);
+    struct sigaction action = {};
+    action.sa_handler = on_crash;
+    action.sa_flags = SA_ONSTACK;
+    for (const int signal : {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL})
+        sigaction(signal, &action, nullptr);
+    std::set_terminate(give_up_after_crash);
+    std::set_new_handler([] {
+        char line[200];
+        std::snprintf(line, sizeof line, "not enough memory%s", limits_note());
+        give_up(line);
+    });
 }
 
 } // namespace
@@ -51,17 +74,25 @@ void give_up(const char* line) {
     _exit(kFailed);
 }
 
+void give_up_after_crash() {
+    // Most often the cause is memory that ran out unnoticed.
+    char line[200];
+    std::snprintf(line, sizeof line, "the OpenCL driver or another library crashed%s; --verbose may tell more",
+                  limits_note());
+    give_up(line);
+}
+
 void watch_signals() {
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
-    std::signal(SIGABRT, on_abort);
+    watch_crashes();
     // A thread of its own takes the signals, so that a read or an encoder that blocks does not delay the end.
     sigset_t set;
     sigemptyset(&set);
     for (int signal : {SIGINT, SIGTERM, SIGHUP})
         sigaddset(&set, signal);
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    std::thread([set] {
+    start_thread([set] {
         int signal = 0;
         sigwait(&set, &signal);
         give_up("interrupted");

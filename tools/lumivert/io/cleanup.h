@@ -19,4 +19,7 @@ void remove_registered();
 /// Ends the process at once with `line` and status 2, from any thread.
 [[noreturn]] void give_up(const char* line);
 
+/// The same after a crash in a library, with a line that says so.
+[[noreturn]] void give_up_after_crash();
+
 } // namespace lumivert::tool

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "error.h"
+#include "io/limits.h"
 #include "report.h"
 
 namespace lumivert::tool {
@@ -75,6 +76,7 @@ uint8_t* add_side_data(AVStream& stream, AVPacketSideDataType type, size_t bytes
 
 int check(int result, const std::string& path) {
     if (result >= 0) return result;
+    if (result == AVERROR(EAGAIN)) throw Error(path + ": FFmpeg cannot start its threads" + limits_note());
     char reason[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(result, reason, sizeof reason);
     std::lock_guard lock(mutex);
