@@ -16,6 +16,7 @@ constexpr Entry kCommands[] = {
     {"probe", "Tell what a clip and its metadata are like", add_probe},
     {"metadata", "Extract HDR10+ metadata as JSON", add_metadata},
     {"curve", "Draw the tone curve of a frame", add_curve},
+    {"measure", "Measure the light in a clip, and compare it with its metadata", add_measure},
     {"compare", "Compare two pictures or clips", add_compare},
     {"bench", "Measure the converter on this machine", add_bench},
     {"devices", "List OpenCL devices", add_devices},

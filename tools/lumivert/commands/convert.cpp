@@ -150,19 +150,8 @@ void warn_about(const Options& options, const Plan& plan, const Tally& tally) {
         warn(options.metadata + ": no record for " + counted(tally.by_origin[1] + tally.by_origin[2], "frame"));
 }
 
-std::unique_ptr<FrameSource> open_source(const Options& options) {
-    if (!options.size.empty()) {
-        const Size size = parse_size(options.size);
-        return open_raw(options.input, size.width, size.height, av_d2q(options.rate, 100100));
-    }
-    const std::string extension = std::filesystem::path(options.input).extension().string();
-    if (extension == ".p010" || extension == ".yuv" || extension == ".raw")
-        throw Error(options.input + ": raw P010 needs its size, such as --size 1920x1080");
-    return open_clip(options.input, options.as_pq);
-}
-
 int run(const Options& options) {
-    const auto source = open_source(options);
+    const auto source = open_source(options.input, options.size, options.rate, options.as_pq);
     const ClipInfo& clip = source->info();
     const Plan plan = make_plan(options, *source);
     std::optional<Environment> environment;

@@ -1,5 +1,6 @@
 #include "commands/options.h"
 
+#include <filesystem>
 #include <regex>
 
 #include "error.h"
@@ -36,6 +37,17 @@ FrameRange parse_frames(const std::string& text) {
     if (parts[3].matched) range.last = std::stoll(parts[3]);
     if (range.last < range.first) throw Error("--frames " + text + ": the last frame comes before the first");
     return range;
+}
+
+std::unique_ptr<FrameSource> open_source(const std::string& input, const std::string& size, double rate, bool as_pq) {
+    if (!size.empty()) {
+        const Size raw = parse_size(size);
+        return open_raw(input, raw.width, raw.height, av_d2q(rate, 100100));
+    }
+    const std::string extension = std::filesystem::path(input).extension().string();
+    if (extension == ".p010" || extension == ".yuv" || extension == ".raw")
+        throw Error(input + ": raw P010 needs its size, such as --size 1920x1080");
+    return open_clip(input, as_pq);
 }
 
 } // namespace lumivert::tool

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "engine/pipeline.h"
+#include "media/source.h"
 
 namespace lumivert::tool {
 
@@ -16,5 +17,8 @@ Size parse_size(const std::string& text);
 
 /// "10-19", "10-" or "10"; everything for an empty text.
 FrameRange parse_frames(const std::string& text);
+
+/// A clip; or raw P010, which `size` tells of.
+std::unique_ptr<FrameSource> open_source(const std::string& input, const std::string& size, double rate, bool as_pq);
 
 } // namespace lumivert::tool

@@ -56,6 +56,10 @@ void PendingFile::commit() {
     pending_ = false;
 }
 
+void check_writable(const std::string& path) {
+    if (path != "-") PendingFile unused(path);
+}
+
 OutputStream::OutputStream(const std::string& path) : label_(path == "-" ? "standard output" : path) {
     if (path == "-") {
         fd_ = STDOUT_FILENO;

@@ -26,6 +26,9 @@ private:
     bool pending_ = true;
 };
 
+/// Throws where `path` could not be written, before long work is done for it.
+void check_writable(const std::string& path);
+
 /// A buffered byte stream into a PendingFile, or into standard output for "-". Every failure throws.
 class OutputStream {
 public:

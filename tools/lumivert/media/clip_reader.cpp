@@ -117,6 +117,12 @@ void ClipReader::describe(const AVFrame& first) {
     info_.static_metadata = static_metadata_of(first);
 }
 
+void ClipReader::note_damage() {
+    ++damaged_;
+    errors_seen_ = ffmpeg_error_count();
+    if (damaged_near_.empty() || damaged_near_.back() != decoded_) damaged_near_.push_back(decoded_);
+}
+
 PacketPtr ClipReader::read_packet() {
     PacketPtr packet(av_packet_alloc());
     int result = 0;
@@ -128,7 +134,7 @@ PacketPtr ClipReader::read_packet() {
         }
         av_packet_unref(packet.get());
     }
-    if (result != AVERROR_EOF) ++damaged_; // where the data just ends too early FFmpeg logs it
+    if (result != AVERROR_EOF) note_damage(); // where the data just ends too early FFmpeg logs it
     return nullptr;
 }
 
@@ -146,10 +152,10 @@ bool ClipReader::is_cut_off(const AVPacket& last) const {
 void ClipReader::feed_decoder() {
     const PacketPtr packet = std::exchange(next_packet_, nullptr);
     if (packet) next_packet_ = read_packet();
-    if (packet && !next_packet_ && is_cut_off(*packet)) ++damaged_;
+    if (packet && !next_packet_ && is_cut_off(*packet)) note_damage();
     const int result = avcodec_send_packet(decoder_.get(), packet.get());
     if (result == AVERROR_INVALIDDATA)
-        ++damaged_;
+        note_damage();
     else if (result != AVERROR_EOF)
         check(result, path_);
 }
@@ -159,14 +165,20 @@ FramePtr ClipReader::decode() {
     while (true) {
         const int result = avcodec_receive_frame(decoder_.get(), frame.get());
         if (result == 0) {
-            if ((frame->flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame->decode_error_flags != 0) ++damaged_;
+            if ((frame->flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame->decode_error_flags != 0) note_damage();
+            // Errors that the decoder conceals are only logged, up to a few frames early: it works ahead in threads.
+            if (const long errors = ffmpeg_error_count(); errors != errors_seen_) {
+                errors_seen_ = errors;
+                if (damaged_near_.empty() || damaged_near_.back() != decoded_) damaged_near_.push_back(decoded_);
+            }
+            ++decoded_;
             return frame;
         }
         if (result == AVERROR_EOF) return nullptr;
         if (result == AVERROR(EAGAIN))
             feed_decoder();
         else if (result == AVERROR_INVALIDDATA)
-            ++damaged_; // costs its frame, not the clip
+            note_damage(); // costs its frame, not the clip
         else
             check(result, path_);
     }
@@ -174,9 +186,17 @@ FramePtr ClipReader::decode() {
 
 void ClipReader::report() const {
     const std::string reason = take_ffmpeg_errors();
-    if (damaged_ > 0 || !reason.empty())
-        warn(path_ + ": damaged or cut off" + (damaged_ > 0 ? ": " + counted(damaged_, "bad frame") : "") +
-             (reason.empty() ? "" : " (" + reason + ")"));
+    if (damaged_ == 0 && reason.empty()) return;
+    std::string line = path_ + ": damaged or cut off";
+    if (damaged_ > 0) line += ": " + counted(damaged_, "bad frame");
+    constexpr size_t kNamed = 5;
+    for (size_t i = 0; i < std::min(damaged_near_.size(), kNamed); ++i)
+        line += (i > 0                      ? ", "
+                 : damaged_near_.size() > 1 ? ", near frames "
+                                            : ", near frame ") +
+                std::to_string(damaged_near_[i]);
+    if (damaged_near_.size() > kNamed) line += " and " + std::to_string(damaged_near_.size() - kNamed) + " more";
+    warn(line + (reason.empty() ? "" : " (" + reason + ")"));
 }
 
 bool ClipReader::has_records_within(int count) {

@@ -70,6 +70,7 @@ public:
 
 private:
     PacketPtr read_packet();
+    void note_damage();
     void feed_decoder();
     /// Whether the clip's last packet ends too early, which a raw HEVC stream does not tell and a lenient decoder
     /// passes over in silence.
@@ -84,7 +85,10 @@ private:
     PacketPtr next_packet_; ///< null at the end
     std::deque<FramePtr> ahead_;
     ClipInfo info_;
-    int64_t number_ = 0, last_pts_ = AV_NOPTS_VALUE, damaged_ = 0;
+    int64_t number_ = 0, last_pts_ = AV_NOPTS_VALUE;
+    int64_t decoded_ = 0, damaged_ = 0;
+    std::vector<int64_t> damaged_near_; ///< frames that were next when damage showed
+    long errors_seen_ = 0;
 };
 
 std::optional<Record> record_of(const AVFrame& frame);

@@ -12,7 +12,7 @@ namespace {
 
 std::mutex mutex;
 std::string first_error;
-long error_count = 0;
+long error_count = 0, errors_taken = 0;
 thread_local bool quiet = false;
 
 void on_log(void* context, int level, const char* format, va_list arguments) {
@@ -48,6 +48,7 @@ QuietFfmpeg::~QuietFfmpeg() {
 std::string take_ffmpeg_errors() {
     std::lock_guard lock(mutex);
     const long count = std::exchange(error_count, 0);
+    errors_taken += count;
     const std::string first = std::exchange(first_error, "");
     return count == 0 ? "" : "FFmpeg reported " + counted(count, "error") + ", the first: " + first;
 }
@@ -73,6 +74,11 @@ uint8_t* add_side_data(AVStream& stream, AVPacketSideDataType type, size_t bytes
     return av_stream_new_side_data(&stream, type, bytes);
 }
 #endif
+
+long ffmpeg_error_count() {
+    const std::lock_guard lock(mutex);
+    return errors_taken + error_count;
+}
 
 int check(int result, const std::string& path) {
     if (result >= 0) return result;

@@ -50,6 +50,9 @@ std::string take_ffmpeg_errors();
 const uint8_t* side_data_of(const AVStream& stream, AVPacketSideDataType type);
 uint8_t* add_side_data(AVStream& stream, AVPacketSideDataType type, size_t bytes);
 
+/// How many errors there were since the start, whether taken or not.
+long ffmpeg_error_count();
+
 /// Throws "PATH: reason (what FFmpeg logged)" for a negative result; else gives it back.
 int check(int result, const std::string& path);
 

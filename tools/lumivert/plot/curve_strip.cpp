@@ -30,13 +30,6 @@ uint32_t packed(Colour colour) {
     return byte(colour.r) << 16 | byte(colour.g) << 8 | byte(colour.b);
 }
 
-/// The next round distance, 1, 2 or 5 times a power of ten, that leaves at most `count` marks.
-size_t round_step(size_t range, size_t count) {
-    for (size_t power = 1;; power *= 10)
-        for (const size_t factor : {1, 2, 5})
-            if (range <= count * factor * power) return factor * power;
-}
-
 /// One column per frame; where there are more frames than pixels, of a frame per pixel.
 class Strip {
 public:

@@ -18,6 +18,12 @@ std::string luminance_text(double cd_m2) {
     return result;
 }
 
+size_t round_step(size_t range, size_t count) {
+    for (size_t power = 1;; power *= 10)
+        for (const size_t factor : {1, 2, 5})
+            if (range <= count * factor * power) return factor * power;
+}
+
 LuminanceAxis::LuminanceAxis(double top, double start, double end) : top_(top), start_(start), end_(end) {}
 
 double LuminanceAxis::position(double cd_m2) const {

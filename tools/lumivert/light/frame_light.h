@@ -1,0 +1,26 @@
+/// The light in a PQ picture, as SMPTE ST 2094-40 and CTA-861.3 define it.
+#pragma once
+
+#include <array>
+
+#include "frames/rgb_rows.h"
+
+namespace lumivert::tool {
+
+/// Percent of the pixels that are at most as bright as a percentile tells.
+constexpr std::array<double, 11> kPercentages = {1, 5, 10, 25, 50, 75, 90, 95, 98, 99, 99.98};
+
+/// All in cd/m2, in linear light, of BT.2020 components.
+struct FrameLight {
+    std::array<double, 3> maximum = {};                       ///< of red, green and blue
+    double average = 0;                                       ///< of max(R, G, B)
+    std::array<double, kPercentages.size()> percentiles = {}; ///< of max(R, G, B)
+
+    double peak() const;                        ///< the largest of `maximum`
+    double percentile(double percentage) const; ///< one of kPercentages
+};
+
+/// Measures a picture in PQ and BT.2020. Codes out of range count as black or as 10000 cd/m2.
+FrameLight measure_light(const YuvView& picture);
+
+} // namespace lumivert::tool
