@@ -2,6 +2,7 @@
 #include <string>
 
 #include <fcntl.h>
+#include <platform/shared_memory.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -10,16 +11,10 @@
 
 namespace {
 
+using lumivert::platform::SharedMemory;
+
 const cl_import_properties_arm kDmaBuf[] = {CL_IMPORT_TYPE_ARM, CL_IMPORT_TYPE_DMA_BUF_ARM, 0};
 const cl_import_properties_arm kHost[] = {CL_IMPORT_TYPE_ARM, CL_IMPORT_TYPE_HOST_ARM, 0};
-
-/// An anonymous file of any size.
-struct Memfd {
-    explicit Memfd(off_t size) : fd(memfd_create("plane", MFD_CLOEXEC)) { EXPECT_EQ(ftruncate(fd, size), 0); }
-    Memfd(const Memfd&) = delete;
-    ~Memfd() { close(fd); }
-    int fd;
-};
 
 } // namespace
 
@@ -53,11 +48,11 @@ protected:
 
 TEST_F(ImportMemory, SharesTheCallersMemoryAndOutlivesTheDescriptor) {
     constexpr size_t kSize = 3 * 4096 + 128;
-    const Memfd plane(kSize);
-    const int closed = dup(plane.fd);
+    const SharedMemory plane(kSize);
+    const int closed = dup(plane.descriptor());
     cl_mem memory = import(closed, kSize);
     close(closed);
-    expect_shared(memory, plane.fd, kSize);
+    expect_shared(memory, plane.descriptor(), kSize);
     EXPECT_EQ(clReleaseMemObject(memory), CL_SUCCESS);
 }
 
@@ -73,7 +68,7 @@ TEST_F(ImportMemory, WrapsHostMemory) {
 }
 
 TEST_F(ImportMemory, ReachesToTheEndOfTheLastPageAtThatTime) {
-    const Memfd plane(0);
+    const SharedMemory plane(0);
     const struct {
         off_t object;
         size_t size;
@@ -84,19 +79,21 @@ TEST_F(ImportMemory, ReachesToTheEndOfTheLastPageAtThatTime) {
         {0, 128, CL_INVALID_OPERATION}, {4096, 0, CL_INVALID_VALUE}, {4096, SIZE_MAX, CL_INVALID_OPERATION},
     };
     for (const auto& [object, size, expected] : cases) {
-        ASSERT_EQ(ftruncate(plane.fd, object), 0);
-        EXPECT_EQ(import_status(plane.fd, size), expected) << size << " of " << object;
+        ASSERT_EQ(ftruncate(plane.descriptor(), object), 0);
+        EXPECT_EQ(import_status(plane.descriptor(), size), expected) << size << " of " << object;
     }
-    ASSERT_EQ(ftruncate(plane.fd, 4096), 0);
-    EXPECT_EQ(import_status(plane.fd, 8192), CL_INVALID_OPERATION) << "an earlier mapping of that size is no more good";
+    ASSERT_EQ(ftruncate(plane.descriptor(), 4096), 0);
+    EXPECT_EQ(import_status(plane.descriptor(), 8192), CL_INVALID_OPERATION)
+        << "an earlier mapping of that size is no more good";
 }
 
 TEST_F(ImportMemory, RefusesWhatCannotBeImported) {
-    Memfd plane(4096);
-    int closed = dup(plane.fd);
-    int read_only = open(("/proc/self/fd/" + std::to_string(plane.fd)).c_str(), O_RDONLY | O_CLOEXEC);
+    const SharedMemory plane(4096);
+    int fd = plane.descriptor();
+    int closed = dup(fd);
+    int read_only = open(("/proc/self/fd/" + std::to_string(fd)).c_str(), O_RDONLY | O_CLOEXEC);
     close(closed);
-    EXPECT_EQ(import_status(plane.fd, 4096), CL_SUCCESS); // whose mapping must not serve the read-only descriptor
+    EXPECT_EQ(import_status(fd, 4096), CL_SUCCESS); // whose mapping must not serve the read-only descriptor
     void* gone = mmap(nullptr, 8192, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     munmap(static_cast<char*>(gone) + 4096, 4096);
     const cl_import_properties_arm unknown_key[] = {0x4711, CL_IMPORT_TYPE_DMA_BUF_ARM, 0};
@@ -110,14 +107,14 @@ TEST_F(ImportMemory, RefusesWhatCannotBeImported) {
         size_t size;
         cl_int expected;
     } cases[] = {
-        {"unknown property", CL_MEM_READ_WRITE, unknown_key, &plane.fd, 4096, CL_INVALID_PROPERTY},
-        {"unknown type", CL_MEM_READ_WRITE, unknown_type, &plane.fd, 4096, CL_INVALID_PROPERTY},
+        {"unknown property", CL_MEM_READ_WRITE, unknown_key, &fd, 4096, CL_INVALID_PROPERTY},
+        {"unknown type", CL_MEM_READ_WRITE, unknown_type, &fd, 4096, CL_INVALID_PROPERTY},
         {"null memory", CL_MEM_READ_WRITE, kDmaBuf, nullptr, 4096, CL_INVALID_VALUE},
-        {"flags", CL_MEM_COPY_HOST_PTR, kDmaBuf, &plane.fd, 4096, CL_INVALID_VALUE},
+        {"flags", CL_MEM_COPY_HOST_PTR, kDmaBuf, &fd, 4096, CL_INVALID_VALUE},
         {"closed descriptor", CL_MEM_READ_WRITE, kDmaBuf, &closed, 4096, CL_INVALID_OPERATION},
         {"read-only descriptor", CL_MEM_READ_WRITE, kDmaBuf, &read_only, 4096, CL_INVALID_OPERATION},
         {"host range with a hole", CL_MEM_READ_WRITE, kHost, gone, 8192, CL_INVALID_OPERATION},
-        {"host range past the end", CL_MEM_READ_WRITE, kHost, &plane, SIZE_MAX, CL_INVALID_OPERATION},
+        {"host range past the end", CL_MEM_READ_WRITE, kHost, &fd, SIZE_MAX, CL_INVALID_OPERATION},
     };
     for (const auto& [what, flags, properties, memory, size, expected] : cases) {
         cl_int status = CL_SUCCESS;
@@ -129,15 +126,15 @@ TEST_F(ImportMemory, RefusesWhatCannotBeImported) {
 }
 
 TEST_F(ImportMemory, KeepsABoundedNumberOfIdleMappings) {
-    const Memfd held(4096), often(4096);
+    const SharedMemory held(4096), often(4096);
     const int before = footprint().plane_mappings;
-    cl_mem memory = import(held.fd, 4096);
+    cl_mem memory = import(held.descriptor(), 4096);
     for (int i = 0; i < 100; ++i)
-        ASSERT_EQ(import_status(often.fd, 4096), CL_SUCCESS);
+        ASSERT_EQ(import_status(often.descriptor(), 4096), CL_SUCCESS);
     EXPECT_EQ(footprint().plane_mappings, before + 2) << "one mapping for all the imports of a plane";
     for (int i = 0; i < 200; ++i)
-        ASSERT_EQ(import_status(Memfd(4096).fd, 4096), CL_SUCCESS);
-    EXPECT_LE(footprint().plane_mappings, 33);
-    expect_shared(memory, held.fd, 4096); // the one in use is not among those that went
+        ASSERT_EQ(import_status(SharedMemory(4096).descriptor(), 4096), CL_SUCCESS);
+    EXPECT_LE(footprint().plane_mappings, before + 33);
+    expect_shared(memory, held.descriptor(), 4096); // the one in use is not among those that went
     clReleaseMemObject(memory);
 }

@@ -64,17 +64,6 @@ void set_property(const std::string& key, const std::string& value) {
     android::base::SetProperty(key, value);
 }
 
-Plane::Plane(std::size_t bytes)
-    : mFd(memfd_create("plane", MFD_CLOEXEC)), mBytes(bytes), mMapped((bytes + 4095) / 4096 * 4096) {
-    if (ftruncate(mFd, static_cast<off_t>(mMapped)) != 0) std::abort();
-    mMapping = static_cast<uint8_t*>(mmap(nullptr, mMapped, PROT_READ | PROT_WRITE, MAP_SHARED, mFd, 0));
-}
-
-Plane::~Plane() {
-    munmap(mMapping, mMapped);
-    close(mFd);
-}
-
 namespace {
 
 std::size_t whole_blocks(uint32_t width, uint32_t height) {

@@ -4,8 +4,11 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 #include <vector>
+
+#include <platform/shared_memory.h>
 
 #include "lumivert/converter.h"
 
@@ -34,26 +37,23 @@ std::string read_file(const std::string& path); ///< empty if there is none
 /// Sets a property; an empty value unsets it.
 void set_property(const std::string& key, const std::string& value);
 
-/// A plane in a memfd, mapped for the test. The descriptor is closed at the end.
+/// A plane in shared memory, whole pages of it.
 class Plane {
 public:
-    explicit Plane(std::size_t bytes);
-    ~Plane();
-    Plane(const Plane&) = delete;
-    Plane& operator=(const Plane&) = delete;
+    explicit Plane(std::size_t bytes) : mBytes(bytes), mMemory((bytes + 4095) / 4096 * 4096) {
+        if (mMemory.data() == nullptr) std::abort();
+    }
 
-    _MULTIPLANE_t handle() const { return {mFd, 0, static_cast<int32_t>(mBytes)}; }
-    uint8_t* bytes() { return mMapping; }
-    uint16_t* words() { return reinterpret_cast<uint16_t*>(mMapping); }
+    _MULTIPLANE_t handle() const { return {mMemory.descriptor(), 0, static_cast<int32_t>(mBytes)}; }
+    uint8_t* bytes() { return mMemory.data(); }
+    uint16_t* words() { return reinterpret_cast<uint16_t*>(mMemory.data()); }
     std::size_t size() const { return mBytes; }
-    std::string contents() const { return {reinterpret_cast<char*>(mMapping), mBytes}; }
-    void fill(uint8_t value) { std::fill_n(mMapping, mBytes, value); }
+    std::string contents() const { return {reinterpret_cast<char*>(mMemory.data()), mBytes}; }
+    void fill(uint8_t value) { std::fill_n(mMemory.data(), mBytes, value); }
 
 private:
-    int mFd;
     std::size_t mBytes;
-    std::size_t mMapped;
-    uint8_t* mMapping;
+    lumivert::platform::SharedMemory mMemory;
 };
 
 /// A frame of two planes, allocated for whole blocks of 4 x 2 pixels.

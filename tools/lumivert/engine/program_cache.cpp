@@ -82,7 +82,7 @@ ProgramCache::ProgramCache(const Environment& environment, bool codec2) {
     folder_ = media.string();
     environment.set_program_place(root, "lumivert/workstation/host:1/1/" + name + ":user/release-keys");
 
-    lock_ = open((root / "lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0666);
+    lock_.reset(open((root / "lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0666));
     if (lock_ < 0 || flock(lock_, LOCK_EX) != 0) throw system_error((root / "lock").string());
     for (const fs::path& program : programs(media)) {
         if (contents(digest_of(program)) == sha256(contents(program))) continue;
@@ -90,10 +90,6 @@ ProgramCache::ProgramCache(const Environment& environment, bool codec2) {
         fs::remove(program, error);
         fs::remove(digest_of(program), error);
     }
-}
-
-ProgramCache::~ProgramCache() {
-    close(lock_);
 }
 
 std::string ProgramCache::seal() {

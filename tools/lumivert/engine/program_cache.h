@@ -7,6 +7,8 @@
 
 #include <string>
 
+#include <android-base/unique_fd.h>
+
 #include "engine/environment.h"
 
 namespace lumivert::tool {
@@ -14,20 +16,15 @@ namespace lumivert::tool {
 class ProgramCache {
 public:
     /// Points the library at the folder for this device, driver and build of the library, removes what cannot be
-    /// trusted, and locks the folder. `codec2` as in CL_HDR2SDR_ARM_init.
+    /// trusted, and locks the folder as long as this lives. `codec2` as in CL_HDR2SDR_ARM_init.
     ProgramCache(const Environment& environment, bool codec2);
-    /// Unlocks the folder.
-    ~ProgramCache();
-    ProgramCache(const ProgramCache&) = delete;
-    ProgramCache& operator=(const ProgramCache&) = delete;
-
     /// To be called after a successful init: stores the digest of the program it left, so that later runs trust it.
     /// Returns the program's file.
     std::string seal();
 
 private:
     std::string folder_;
-    int lock_ = -1;
+    android::base::unique_fd lock_;
 };
 
 } // namespace lumivert::tool

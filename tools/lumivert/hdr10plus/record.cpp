@@ -10,6 +10,8 @@ extern "C" {
 #include <libavutil/mathematics.h>
 }
 
+#include "hdr10plus/default_metadata.h" // of the library
+
 namespace {
 
 template <typename T, size_t N>
@@ -45,16 +47,6 @@ namespace {
 uint32_t coded(AVRational value, int scale) {
     return value.den == 0 ? 0 : static_cast<uint32_t>(av_rescale(value.num, scale, value.den));
 }
-
-/// The parts of the default that depend on the peak: up to 1000 cd/m2, or brighter.
-struct DefaultSet {
-    uint32_t upper_points[5]; ///< 50 to 99 %
-    uint16_t knee_x, knee_y, anchors[9];
-};
-constexpr DefaultSet kDefaultSets[2] = {
-    {{782, 1368, 7497, 8389, 10000}, 33, 132, {380, 620, 650, 770, 850, 900, 930, 980, 990}},
-    {{982, 2368, 18497, 24389, 40000}, 20, 320, {1023, 700, 850, 920, 950, 980, 1005, 1010, 1020}},
-};
 
 } // namespace
 
@@ -92,27 +84,8 @@ Record from_side_data(const AVDynamicHDRPlus& side_data) {
 }
 
 Record default_record(double mastering_peak, double max_cll) {
-    // A mastering peak below 1000 cd/m2 does not count: files carry wrong ones.
-    double peak = 1000;
-    if (mastering_peak >= 1000) peak = mastering_peak;
-    if (max_cll > 0) peak = mastering_peak >= 1000 ? std::min(mastering_peak, max_cll) : max_cll;
-    const DefaultSet& set = kDefaultSets[static_cast<unsigned>(peak) > 1000 ? 1 : 0];
-
-    Record record = make_record();
-    record.display_max_luminance = 250;
-    std::fill(std::begin(record.maxscl), std::end(record.maxscl), 100000);
-    constexpr uint8_t kPercentages[] = {1, 5, 10, 25, 50, 75, 90, 95, 99};
-    constexpr uint32_t kLowerPoints[] = {13, 0, 13, 322};
-    record.num_maxrgb_percentiles = std::size(kPercentages);
-    std::copy(std::begin(kPercentages), std::end(kPercentages), record.maxrgb_percentages);
-    std::copy(std::begin(kLowerPoints), std::end(kLowerPoints), record.maxrgb_percentiles);
-    std::copy(std::begin(set.upper_points), std::end(set.upper_points),
-              record.maxrgb_percentiles + std::size(kLowerPoints));
-    record.tone_mapping_flag = 1;
-    record.knee_point_x = set.knee_x;
-    record.knee_point_y = set.knee_y;
-    record.num_bezier_curve_anchors = std::size(set.anchors);
-    std::copy(std::begin(set.anchors), std::end(set.anchors), record.bezier_curve_anchors);
+    Record record = {};
+    default_metadata(static_cast<float>(mastering_peak), static_cast<float>(max_cll), &record);
     return record;
 }
 

@@ -7,6 +7,7 @@
 
 #include "error.h"
 #include "io/output_file.h"
+#include "io/png.h"
 
 namespace lumivert::tool {
 namespace {
@@ -117,16 +118,35 @@ void Canvas::unclip() {
     cairo_restore(context_.get());
 }
 
+void Canvas::save_png() {
+    const int width = cairo_image_surface_get_width(surface_.get());
+    const int height = cairo_image_surface_get_height(surface_.get());
+    const ptrdiff_t pitch = cairo_image_surface_get_stride(surface_.get());
+    const uint8_t* rows = cairo_image_surface_get_data(surface_.get());
+    std::vector<uint8_t> rgb;
+    rgb.reserve(size_t{3} * width * height);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            uint32_t pixel = 0; // 0xRRGGBB
+            std::memcpy(&pixel, rows + y * pitch + x * ptrdiff_t{4}, sizeof pixel);
+            for (const int shift : {16, 8, 0})
+                rgb.push_back(static_cast<uint8_t>(pixel >> shift));
+        }
+    write_png(path_, rgb.data(), width, height, ptrdiff_t{3} * width, 3);
+}
+
 void Canvas::save() {
-    if (svg_) {
-        context_.reset();
+    context_.reset();
+    if (svg_)
         cairo_surface_finish(surface_.get());
-    } else {
-        cairo_surface_write_to_png_stream(surface_.get(), append, &bytes_);
-    }
+    else
+        cairo_surface_flush(surface_.get());
     if (const cairo_status_t status = cairo_surface_status(surface_.get()); status != CAIRO_STATUS_SUCCESS)
         throw Error(path_ + ": " + cairo_status_to_string(status));
-    write_document(path_, bytes_);
+    if (svg_)
+        write_document(path_, bytes_);
+    else
+        save_png();
 }
 
 } // namespace lumivert::tool

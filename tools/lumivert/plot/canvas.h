@@ -57,6 +57,7 @@ private:
 
     void stroke(Colour colour, double thickness, bool dashed);
     void source(Colour colour);
+    void save_png();
 
     std::string path_, bytes_;
     bool svg_;
