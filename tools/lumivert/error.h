@@ -1,4 +1,4 @@
-/// The one error of the tool: a line for its user. Caught in main, which puts "lumivert: COMMAND: " before it.
+/// The tool's only error: one line for its user. `main` catches it and prints it after "lumivert: COMMAND: ".
 #pragma once
 
 #include <stdexcept>

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <utility>
 
@@ -19,10 +18,6 @@ namespace {
 constexpr size_t kBufferSize = size_t{1} << 20;
 
 } // namespace
-
-Error system_error(const std::string& path) {
-    return Error(path + ": " + std::strerror(errno));
-}
 
 PendingFile::PendingFile(const std::string& path) : final_(path), temporary_(path) {
     struct stat found {};
