@@ -1,15 +1,17 @@
 // Which OpenCL device a workstation converts with.
 //
-// The library uses the first GPU of the first platform. On a workstation, any other device of that platform is used if
-// it has no GPU. The environment variable LUMIVERT_OPENCL_DEVICE chooses a device by a part of its label, in any case:
-// "1:0", "pthread", "geforce". A label is "PLATFORM:DEVICE PLATFORM NAME / DEVICE NAME", with two indices that count
-// from 0 in the loader's order. The first device whose label contains the text is used; if there is none, no device is
-// found.
+// The library uses the first GPU of the first platform. On a workstation the order of platforms does not depend on the
+// loader: those with a GPU come first, those without any device last, and otherwise they are sorted by name. Any other
+// device of the first platform is used if it has no GPU. The environment variable LUMIVERT_OPENCL_DEVICE chooses a
+// device by a part of its label, in any case: "1:0", "pthread", "geforce". A label is "PLATFORM:DEVICE PLATFORM NAME /
+// DEVICE NAME", with two indices that count from 0 in that order. The first device whose label contains the text is
+// used; if there is none, no device is found.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "driver.h"
@@ -23,11 +25,27 @@ struct Device {
     std::string label;
 };
 
+std::string name_of(cl_platform_id platform) {
+    char name[128] = "";
+    DRIVER(clGetPlatformInfo)(platform, CL_PLATFORM_NAME, sizeof(name), name, nullptr);
+    return name;
+}
+
+bool has_device(cl_platform_id platform, cl_device_type type) {
+    cl_uint count = 0;
+    return DRIVER(clGetDeviceIDs)(platform, type, 0, nullptr, &count) == CL_SUCCESS && count > 0;
+}
+
 std::vector<cl_platform_id> platforms() {
     cl_uint count = 0;
     DRIVER(clGetPlatformIDs)(0, nullptr, &count);
     std::vector<cl_platform_id> found(count);
     if (count) DRIVER(clGetPlatformIDs)(count, found.data(), nullptr);
+    const auto rank = [](cl_platform_id platform) {
+        return std::make_tuple(!has_device(platform, CL_DEVICE_TYPE_GPU), !has_device(platform, CL_DEVICE_TYPE_ALL),
+                               name_of(platform));
+    };
+    std::stable_sort(found.begin(), found.end(), [&](cl_platform_id a, cl_platform_id b) { return rank(a) < rank(b); });
     return found;
 }
 
@@ -35,8 +53,7 @@ std::vector<Device> devices() {
     std::vector<Device> found;
     size_t platform_index = 0;
     for (cl_platform_id platform : platforms()) {
-        char platform_name[128] = "";
-        DRIVER(clGetPlatformInfo)(platform, CL_PLATFORM_NAME, sizeof(platform_name), platform_name, nullptr);
+        const std::string platform_name = name_of(platform);
         cl_uint count = 0;
         DRIVER(clGetDeviceIDs)(platform, CL_DEVICE_TYPE_ALL, 0, nullptr, &count);
         std::vector<cl_device_id> ids(count);
@@ -81,10 +98,10 @@ using namespace lumivert::platform;
 
 /// All platforms; if a device was chosen, its platform comes first.
 cl_int clGetPlatformIDs(cl_uint num_entries, cl_platform_id* ids, cl_uint* num_platforms) {
-    const std::optional<Device> chosen = wanted() ? find(wanted()) : std::nullopt;
-    if (!chosen) return DRIVER(clGetPlatformIDs)(num_entries, ids, num_platforms);
     std::vector<cl_platform_id> ordered = platforms();
-    std::stable_partition(ordered.begin(), ordered.end(), [&](cl_platform_id p) { return p == chosen->platform; });
+    if (ordered.empty()) return DRIVER(clGetPlatformIDs)(num_entries, ids, num_platforms); // for its error code
+    if (const std::optional<Device> chosen = wanted() ? find(wanted()) : std::nullopt)
+        std::stable_partition(ordered.begin(), ordered.end(), [&](cl_platform_id p) { return p == chosen->platform; });
     return answer(ordered, num_entries, ids, num_platforms);
 }
 

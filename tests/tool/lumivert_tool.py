@@ -98,6 +98,13 @@ def clip(path, size, *, transfer="smpte2084", pixels="yuv420p10le", seconds=0.25
            "ultrafast", "-x265-params", parameters, path)
 
 
+def turned(mp4):
+    """The same file with its picture turned by a quarter. FFmpeg's option for it depends on its version."""
+    at = mp4.index(b"tkhd") + 44  # the track's matrix, 16.16 but for the last column's 2.30
+    matrix = (0, 1 << 16, 0, -1 << 16, 0, 0, 0, 0, 1 << 30)
+    return mp4[:at] + b"".join(entry.to_bytes(4, "big", signed=True) for entry in matrix) + mp4[at + 36:]
+
+
 def clip_with_records(path, records):
     """A raw HEVC clip with a frame for each record, or for each None without one."""
     clip("bare.hevc", "64x64", seconds=len(records) / 25)

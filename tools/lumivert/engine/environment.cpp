@@ -45,8 +45,7 @@ std::string choose_cache_folder() {
     if (usable(preferred)) return preferred;
     for (const char* place : {"/tmp", "/dev/shm"}) {
         std::string folder = std::string(place) + "/lumivert.XXXXXX";
-        if (mkdtemp(folder.data()) == nullptr) continue;
-        remove_at_exit(folder);
+        if (!make_temporary_folder(folder)) continue;
         if (!usable(folder)) continue;
         detail(preferred + " cannot be written; compiling the GPU program anew");
         setenv("POCL_CACHE_DIR", (folder + "/pocl").c_str(), 0); // PoCL's own cache lies under ~/.cache as well

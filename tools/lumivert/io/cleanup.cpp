@@ -1,13 +1,16 @@
 #include "io/cleanup.h"
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <mutex>
 #include <new>
 #include <set>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "error.h"
@@ -17,7 +20,9 @@
 namespace lumivert::tool {
 namespace {
 
-std::mutex mutex;
+/// Held while a file is made and registered, so that an interruption cannot come in between. Recursive, as the thread
+/// that holds it may be the one that breaks.
+std::recursive_timed_mutex mutex;
 std::set<std::string> registered;
 
 void on_crash(int) {
@@ -46,21 +51,27 @@ void watch_crashes() {
 
 } // namespace
 
-void remove_at_exit(const std::string& path) {
-    std::lock_guard lock(mutex);
-    registered.insert(path);
+int make_temporary_file(std::string& name) {
+    const std::lock_guard lock(mutex);
+    const int fd = mkostemp(name.data(), O_CLOEXEC);
+    if (fd >= 0) registered.insert(name);
+    return fd;
+}
+
+bool make_temporary_folder(std::string& name) {
+    const std::lock_guard lock(mutex);
+    const bool made = mkdtemp(name.data()) != nullptr;
+    if (made) registered.insert(name);
+    return made;
 }
 
 void keep_at_exit(const std::string& path) {
-    std::lock_guard lock(mutex);
+    const std::lock_guard lock(mutex);
     registered.erase(path);
 }
 
 void remove_registered() {
-    // Best effort when the thread that holds the list is the one that broke: the files then stay under their
-    // temporary names.
-    const std::unique_lock lock(mutex, std::try_to_lock);
-    if (!lock) return;
+    const std::lock_guard lock(mutex);
     std::error_code ignored;
     for (const auto& path : registered)
         std::filesystem::remove_all(path, ignored);
@@ -68,7 +79,8 @@ void remove_registered() {
 }
 
 void give_up(const char* line) {
-    remove_registered();
+    // Never given back: no other thread makes a file from here on. One that hangs in a file system has had its chance.
+    if (mutex.try_lock_for(std::chrono::seconds(5))) remove_registered();
     const char* over_progress = isatty(STDERR_FILENO) == 1 ? "\r\033[K" : "";
     std::fprintf(stderr, "%slumivert: %s\n", over_progress, line);
     _exit(kFailed);

@@ -10,7 +10,12 @@ namespace lumivert::tool {
 /// To be called before any thread starts: all threads inherit the blocked signals.
 void watch_signals();
 
-void remove_at_exit(const std::string& path);
+/// Like mkstemp and mkdtemp: `name` ends in XXXXXX and becomes the name of what was made. That is registered, and gone
+/// however the process ends.
+int make_temporary_file(std::string& name);
+bool make_temporary_folder(std::string& name);
+
+/// Takes a name off the list.
 void keep_at_exit(const std::string& path);
 
 /// Removes all that is registered: for the end of main.

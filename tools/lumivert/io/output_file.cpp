@@ -28,14 +28,13 @@ PendingFile::PendingFile(const std::string& path) : final_(path), temporary_(pat
     }
     const std::filesystem::path target(path);
     temporary_ = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
-    const int fd = mkstemp(temporary_.data());
+    const int fd = make_temporary_file(temporary_);
     if (fd < 0) throw system_error(path);
-    // mkstemp makes private files; an output has the permissions that the user's umask leaves.
+    // A temporary file is private; an output has the permissions that the user's umask leaves.
     const mode_t mask = umask(0);
     umask(mask);
     fchmod(fd, 0666 & ~mask);
     close(fd);
-    remove_at_exit(temporary_);
 }
 
 PendingFile::~PendingFile() {
