@@ -6,7 +6,7 @@
 namespace lumivert {
 
 /// Fills `info` with one of two fixed scenes, graded for a display of 250 cd/m2: one for content with a peak of up to
-/// 1000 cd/m2, one for brighter content.
+/// 1000 cd/m2 (in whole cd/m2), one for brighter content.
 ///
 /// The peak is taken from `first` and `second`, luminances in cd/m2 from the static HDR information. `first` counts if
 /// it is at least 1000, `second` if it is positive; NaN counts as missing. The peak is the smaller of those that count,
