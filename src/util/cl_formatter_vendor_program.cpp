@@ -25,7 +25,7 @@ constexpr const char* kCachePrefix = "mali_formatter_";
 
 // Upper limits far above real values: PoCL's binary of this program has 0.3 MiB, and an instance's program has one
 // device. A larger size or count is treated like a file that cannot be read or a query that failed.
-constexpr std::size_t kLargestBinary = std::size_t{1} << 30;
+constexpr std::size_t kLargestBinary = std::size_t{64} << 20;
 constexpr cl_uint kMostDevices = 64;
 
 /// Zeroed memory for a program binary; null if there is not enough.
