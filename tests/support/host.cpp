@@ -8,7 +8,6 @@
 #include <map>
 #include <random>
 
-#include <CL/cl.h>
 #include <android-base/properties.h>
 #include <malloc.h>
 #include <sys/mman.h>
@@ -50,12 +49,9 @@ std::vector<std::string> DataFolder::media_files() const {
     return names;
 }
 
-bool on_rusticl() {
-    cl_platform_id platform = nullptr;
-    char name[64] = "";
-    clGetPlatformIDs(1, &platform, nullptr);
-    clGetPlatformInfo(platform, CL_PLATFORM_NAME, sizeof(name), name, nullptr);
-    return std::string(name) == "rusticl";
+bool on_rusticl() { // asked of the environment: OpenCL starts threads, and tests that fork ask first
+    const char* vendors = std::getenv("OCL_ICD_VENDORS");
+    return vendors != nullptr && std::string(vendors).find("rusticl") != std::string::npos;
 }
 
 void write_file(const std::string& path, const std::string& bytes) {
