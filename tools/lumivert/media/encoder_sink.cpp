@@ -56,10 +56,13 @@ class EncoderSink : public FrameSink {
 public:
     EncoderSink(const OutputSpec& spec, const char* container)
         : spec_(spec), path_(spec.path), deep_(spec.format == P010_LINEAR),
-          planar_(spec.format, spec.width, spec.height, deep_ ? AV_PIX_FMT_YUV420P10LE : AV_PIX_FMT_YUV420P,
-                  spec.colour.matrix),
           // Players that know a rotation in Matroska are too few: the pictures themselves are turned there.
-          orientation_(strcmp(container, "matroska") == 0 ? spec.clip.display_matrix : std::vector<int32_t>()) {
+          orientation_(strcmp(container, "matroska") == 0 ? spec.clip.display_matrix : std::vector<int32_t>()),
+          codec_(!spec.codec.empty() ? spec.codec
+                 : deep_             ? "hevc"
+                                     : "h264"),
+          pixel_format_(choose_pixel_format()),
+          pixels_(spec.format, spec.width, spec.height, pixel_format_, spec.colour.matrix) {
         if (path_ != "-") file_ = std::make_unique<PendingFile>(path_);
         AVFormatContext* muxer = nullptr;
         check(avformat_alloc_output_context2(&muxer, nullptr, container, nullptr), path_);
@@ -86,7 +89,7 @@ public:
     void write(const Picture& picture) override {
         if (!times_) start(picture.pts);
         last_ = picture.pts;
-        AVFrame& frame = planar_.convert(picture);
+        AVFrame& frame = pixels_.convert(picture);
         const FramePtr turned = orientation_.upright() ? nullptr : orientation_.turn(frame);
         AVFrame& upright = turned ? *turned : frame;
         upright.pts = picture.pts - start_;
@@ -106,9 +109,15 @@ public:
     std::string left_out() const override { return tracks_ ? tracks_->left_out() : ""; }
 
 private:
+    AVPixelFormat choose_pixel_format() const {
+        if (deep_) return AV_PIX_FMT_YUV420P10LE;
+        // x264 works on NV12 inside and copies the picture before it returns; only planar pictures can be turned.
+        const bool as_it_is = spec_.format == NV12 && codec_ == "h264" && orientation_.upright();
+        return as_it_is ? AV_PIX_FMT_NV12 : AV_PIX_FMT_YUV420P;
+    }
+
     void open_encoder() {
-        const std::string name = !spec_.codec.empty() ? spec_.codec : deep_ ? "hevc" : "h264";
-        const std::string library = name == "hevc" ? "libx265" : "libx264";
+        const std::string library = codec_ == "hevc" ? "libx265" : "libx264";
         const AVCodec* codec = avcodec_find_encoder_by_name(library.c_str());
         if (codec == nullptr) throw Error("this FFmpeg has no encoder " + library);
         encoder_.reset(avcodec_alloc_context3(codec));
@@ -117,7 +126,7 @@ private:
         const AVRational aspect = spec_.clip.sample_aspect_ratio;
         e.width = on_its_side ? spec_.height : spec_.width;
         e.height = on_its_side ? spec_.width : spec_.height;
-        e.pix_fmt = deep_ ? AV_PIX_FMT_YUV420P10LE : AV_PIX_FMT_YUV420P;
+        e.pix_fmt = pixel_format_;
         e.time_base = spec_.clip.time_base;
         e.framerate = spec_.clip.frame_rate;
         e.sample_aspect_ratio = on_its_side && aspect.num != 0 ? av_inv_q(aspect) : aspect;
@@ -189,8 +198,10 @@ private:
     const OutputSpec spec_;
     const std::string path_;
     const bool deep_;
-    PixelConverter planar_;
     const Orientation orientation_; ///< upright where the container tells players how to turn the pictures
+    const std::string codec_;
+    const AVPixelFormat pixel_format_;
+    PixelConverter pixels_;
     std::unique_ptr<PendingFile> file_;
     std::unique_ptr<AVFormatContext, FreeMuxer> muxer_;
     CodecPtr encoder_;

@@ -13,12 +13,15 @@ public:
     /// `matrix` is that of the Y'CbCr side, whichever that is.
     PixelConverter(_Image_ColorFormat from, int width, int height, AVPixelFormat to, AVColorSpace matrix);
 
-    /// The converted frame, valid until the next call; its buffers are never changed after they were handed on.
+    /// The converted frame, valid until the next call; its buffers are never changed after they were handed on. Where
+    /// both formats are the same, it is the picture itself, valid as long as that is.
     AVFrame& convert(const Picture& picture);
 
 private:
+    AVFrame& wrap(const Picture& picture);
+
     FramePtr frame_;
-    ScalerPtr scaler_;
+    ScalerPtr scaler_; ///< null where nothing is to be converted
 };
 
 AVPixelFormat av_format(_Image_ColorFormat format);
