@@ -12,7 +12,7 @@
 __kernel void process_hdr_to_sdr_1000_inout(__global ushort* inp_y, __global ushort* inp_uv,
                                             __global ushort* out_y, __global ushort* out_uv)
 {
-    constant ushort lookup[1024] = {
+    constant ushort lookup[1024] __attribute__((aligned(4))) = {
 #include "lookup_1000.inc"
     };
     const size_t iwUV = get_global_id(0);
@@ -36,22 +36,22 @@ __kernel void process_hdr_to_sdr_1000_inout(__global ushort* inp_y, __global ush
     __global uint* const outY1 = (__global uint*)(out_y + idxY10);
     const uint iY0 = *inY0;
     const uint iY1 = *inY1;
-    const uint oY00 = lookup[iY0 >> 6 & 1023];
-    const uint oY01 = lookup[iY0 >> 22];
-    const uint oY10 = lookup[iY1 >> 6 & 1023];
-    const uint oY11 = lookup[iY1 >> 22];
-    // Output luma: 10-bit codes in the upper bits, the low six bits clear.
+    // Fast: a pair of entries is one word, which CPU devices gather for 16 work-items at once; 16-bit words they do not.
+    constant const uint* const pairs = (constant const uint*)lookup;
+    const uint oY00 = pairs[iY0 >> 7 & 511] >> (iY0 >> 2 & 16) & 0xffff;
+    const uint oY01 = pairs[iY0 >> 23] >> (iY0 >> 18 & 16) & 0xffff;
+    const uint oY10 = pairs[iY1 >> 7 & 511] >> (iY1 >> 2 & 16) & 0xffff;
+    const uint oY11 = pairs[iY1 >> 23] >> (iY1 >> 18 & 16) & 0xffff;
     *outY0 = oY01 << 22 | oY00 << 6;
     *outY1 = oY11 << 22 | oY10 << 6;
 
     // Chroma follows the top-left sample alone, not the mean of the four: on purpose, it costs nothing.
-    const int baseY = oY00;
     const size_t idxUV = 2 * (ihUV * sUV + iwUV);
     const uint iUV = *(__global const uint*)(inp_uv + idxUV);
     const int iU = iUV >> 6 & 1023;
     const int iV = iUV >> 22;
     // Limited to full range: 128 and 224 are the centre and the span of 8-bit chroma.
-    const float fiY = baseY / 1024.0f;
+    const float fiY = oY00 / 1024.0f;
     const float fiU = (iU / 1024.0f * 256.0f - 128.0f) / 224.0f;
     const float fiV = (iV / 1024.0f * 256.0f - 128.0f) / 224.0f;
     // Chroma enhance; Cr gains more than Cb, on purpose.

@@ -29,7 +29,8 @@ TEST(ProgramText, PiecesAreCutWhereTheyBelong) {
     for (const unsigned first : {2U, 49U, 96U, 144U}) {
         EXPECT_THAT(kProgramPieces[first], StartsWith("process_hdr_to_sdr_"));
         EXPECT_STREQ(kProgramPieces[first + 1], "{\n");
-        EXPECT_THAT(kProgramPieces[first + 2], HasSubstr("constant ushort lookup[1024] = {"));
+        EXPECT_THAT(kProgramPieces[first + 2],
+                    HasSubstr("constant ushort lookup[1024] __attribute__((aligned(4))) = {"));
         for (unsigned i = first + 3; i < first + 46; ++i)
             EXPECT_TRUE(std::regex_match(kProgramPieces[i], statement_or_comment)) << kProgramPieces[i];
         EXPECT_STREQ(kProgramPieces[first + 46], first < 96 ? "}\n__kernel void\n" : "}\n");
