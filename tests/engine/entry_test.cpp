@@ -75,6 +75,15 @@ TEST_F(EntryTest, InitMakesWhatItsModeNeeds) {
     }
 }
 
+TEST_F(EntryTest, AnyNumberButZeroStandsForCodec2) {
+    for (const int32_t number : {2, -1}) {
+        void* handle = nullptr;
+        ASSERT_EQ(CL_HDR2SDR_ARM_init(8, 4, HI_JACK, &handle, number), 1);
+        EXPECT_TRUE(static_cast<Formatter*>(handle)->IsC2Base);
+        CL_HDR2SDR_ARM_deinit(handle);
+    }
+}
+
 TEST_F(EntryTest, InitRefusesWithANullHandle) {
     void* handle = &in;
     for (const int mode : {0, 3}) {

@@ -4,7 +4,8 @@
 set -eu
 target=$1
 name=$(basename "$target")
-corpus=$(realpath "$(dirname "$0")")/corpus/${name#fuzz_}
+corpus=${name#fuzz_}
+corpus=$(realpath "$(dirname "$0")")/corpus/${corpus%_memory}
 found=$(dirname "$target")/found/$name
 mkdir -p "$found"
 log=$found.log
