@@ -20,7 +20,8 @@ unsigned int g_failing_calls = 0;
 
 } // namespace
 
-extern "C" int posix_memalign(void** memory, size_t alignment, size_t size) {
+/// The driver must find this one too.
+extern "C" __attribute__((visibility("default"))) int posix_memalign(void** memory, size_t alignment, size_t size) {
     if (size == g_failing_size) {
         const bool fails = (g_failing_calls & 1U) != 0;
         g_failing_calls >>= 1U;

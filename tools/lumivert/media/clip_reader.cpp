@@ -108,7 +108,7 @@ void ClipReader::describe(const AVFrame& first) {
     if (info_.frame_rate.num == 0) info_.frame_rate = {25, 1};
     info_.time_base = stream.time_base;
     if (demuxer_->start_time != AV_NOPTS_VALUE && demuxer_->start_time > 0)
-        info_.start = av_rescale_q(demuxer_->start_time, AV_TIME_BASE_Q, stream.time_base);
+        info_.start = av_rescale_q(demuxer_->start_time, kMicroseconds, stream.time_base);
     info_.sample_aspect_ratio = av_guess_sample_aspect_ratio(demuxer_.get(), &stream, nullptr);
     info_.frames = frame_count(stream, *demuxer_);
     if (const uint8_t* matrix = side_data_of(stream, AV_PKT_DATA_DISPLAYMATRIX))

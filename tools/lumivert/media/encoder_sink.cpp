@@ -160,7 +160,7 @@ private:
         return std::max<int64_t>(1, av_rescale_q(1, av_inv_q(spec_.clip.frame_rate), spec_.clip.time_base));
     }
 
-    int64_t microseconds(int64_t time) const { return av_rescale_q(time, spec_.clip.time_base, AV_TIME_BASE_Q); }
+    int64_t microseconds(int64_t time) const { return av_rescale_q(time, spec_.clip.time_base, kMicroseconds); }
 
     /// With the first picture, when it is known which time of the clip becomes 0.
     void start(int64_t first) {

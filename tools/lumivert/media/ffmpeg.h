@@ -12,6 +12,9 @@ extern "C" {
 
 namespace lumivert::tool {
 
+/// FFmpeg's own time base. Its macro for it is no C++.
+constexpr AVRational kMicroseconds = {1, AV_TIME_BASE};
+
 /// Deletes through FFmpeg's functions that take the pointer's address.
 template <auto Free>
 struct FreeByAddress {

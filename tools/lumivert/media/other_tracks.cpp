@@ -125,13 +125,13 @@ void TrackCopier::add_chapters(int64_t start, int64_t end) {
     if (muxer_.chapters == nullptr) return;
     for (unsigned i = 0; i < clip.nb_chapters; ++i) {
         const AVChapter& from = *clip.chapters[i];
-        const int64_t first = std::max(av_rescale_q(from.start, from.time_base, AV_TIME_BASE_Q), start);
-        const int64_t last = std::min(av_rescale_q(from.end, from.time_base, AV_TIME_BASE_Q), end);
+        const int64_t first = std::max(av_rescale_q(from.start, from.time_base, kMicroseconds), start);
+        const int64_t last = std::min(av_rescale_q(from.end, from.time_base, kMicroseconds), end);
         if (first >= last) continue;
         auto* to = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
         if (to == nullptr) return;
         to->id = from.id;
-        to->time_base = AV_TIME_BASE_Q;
+        to->time_base = kMicroseconds;
         to->start = first - start;
         to->end = last - start;
         av_dict_copy(&to->metadata, from.metadata, 0);
@@ -147,7 +147,7 @@ void TrackCopier::write_until(int64_t time) {
         const AVStream& from = *tracks_->demuxer().streams[packet->stream_index];
         const int64_t pts = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
         const bool cover = (from.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
-        const int64_t at = pts == AV_NOPTS_VALUE || cover ? start_ : av_rescale_q(pts, from.time_base, AV_TIME_BASE_Q);
+        const int64_t at = pts == AV_NOPTS_VALUE || cover ? start_ : av_rescale_q(pts, from.time_base, kMicroseconds);
         if (copies_[from.index] == nullptr || (cut_ && at < start_)) continue;
         if (at > time)
             later.push_back(std::move(packet));
@@ -160,7 +160,7 @@ void TrackCopier::write_until(int64_t time) {
 void TrackCopier::write(AVPacket& packet) {
     const AVStream& from = *tracks_->demuxer().streams[packet.stream_index];
     const AVStream& to = *copies_[from.index];
-    const int64_t shift = av_rescale_q(start_, AV_TIME_BASE_Q, from.time_base);
+    const int64_t shift = av_rescale_q(start_, kMicroseconds, from.time_base);
     if (packet.pts != AV_NOPTS_VALUE) packet.pts -= shift;
     if (packet.dts != AV_NOPTS_VALUE) packet.dts -= shift;
     if ((from.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) packet.pts = packet.dts = 0;
