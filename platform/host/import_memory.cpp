@@ -50,6 +50,15 @@ bool is_mapped(void* memory, size_t size) {
     return size <= PTRDIFF_MAX && msync(static_cast<char*>(memory) - before, before + size, MS_ASYNC) == 0;
 }
 
+/// The converter's own pictures are host memory, 33 MB each at 4K. Huge pages, where the system gives them on request,
+/// save a few percent of the tone-mapping kernel's time.
+void prefer_huge_pages(void* memory, size_t size) {
+    const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    const uintptr_t first = (reinterpret_cast<uintptr_t>(memory) + page - 1) / page * page;
+    const uintptr_t end = (reinterpret_cast<uintptr_t>(memory) + size) / page * page;
+    if (first < end) madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+}
+
 /// State of all imports. Never destroyed, because objects may be released while the process exits.
 struct Imports {
     Mappings mappings;
@@ -104,8 +113,11 @@ cl_mem import(cl_context context, cl_mem_flags flags, const cl_import_properties
     *status = CL_INVALID_VALUE;
     if (!memory || size == 0 || (flags & (CL_MEM_ALLOC_HOST_PTR | CL_MEM_COPY_HOST_PTR))) return nullptr;
     *status = CL_INVALID_OPERATION;
-    if (type == CL_IMPORT_TYPE_HOST_ARM)
-        return is_mapped(memory, size) ? wrap(context, flags, {memory, size}, nullptr, status) : nullptr;
+    if (type == CL_IMPORT_TYPE_HOST_ARM) {
+        if (!is_mapped(memory, size)) return nullptr;
+        prefer_huge_pages(memory, size);
+        return wrap(context, flags, {memory, size}, nullptr, status);
+    }
     Mappings::Mapping* mapping = imports().mappings.acquire(*static_cast<const int*>(memory), size);
     return mapping ? wrap(context, flags, {mapping->address, size}, mapping, status) : nullptr;
 }
