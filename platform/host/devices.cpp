@@ -9,10 +9,13 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
+
+#include <unistd.h>
 
 #include "driver.h"
 
@@ -36,7 +39,19 @@ bool has_device(cl_platform_id platform, cl_device_type type) {
     return DRIVER(clGetDeviceIDs)(platform, type, 0, nullptr, &count) == CL_SUCCESS && count > 0;
 }
 
+/// PoCL learns the machine's memory from /sys and ends the process if it is not mounted, as in a bare chroot. Must run
+/// before the loader loads the drivers.
+void describe_machine_without_sys() {
+    if (access("/sys/devices/system/cpu", F_OK) == 0) return;
+    const long megabytes = sysconf(_SC_PHYS_PAGES) / 1024 * sysconf(_SC_PAGE_SIZE) / 1024;
+    const std::string machine =
+        "numanode:1(memory=" + std::to_string(megabytes) + "MB) pu:" + std::to_string(sysconf(_SC_NPROCESSORS_ONLN));
+    setenv("HWLOC_SYNTHETIC", machine.c_str(), 0);
+}
+
 std::vector<cl_platform_id> platforms() {
+    static std::once_flag once;
+    std::call_once(once, describe_machine_without_sys);
     cl_uint count = 0;
     DRIVER(clGetPlatformIDs)(0, nullptr, &count);
     std::vector<cl_platform_id> found(count);
