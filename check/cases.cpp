@@ -285,6 +285,8 @@ constexpr Conversion kVariants[] = {
     {"hdr10plus.pool.nv12.graded-for-dimmer", NORMAL, true, NV12, Light::kGradedForDimmer},
     {"hdr10plus.pool.nv12.no-curve", NORMAL, true, NV12, Light::kNoCurve},
     {"hdr10plus.pool.rgba.no-curve-dark-scene", NORMAL, true, RGBA, Light::kNoCurveDarkScene},
+    {"hdr10plus.pool.rgba.no-curve-bright-scene", NORMAL, true, RGBA, Light::kNoCurveBrightScene},
+    {"hdr10plus.pool.rgba.no-curve-bright-master", NORMAL, true, RGBA, Light::kNoCurveBrightMaster},
     {"hdr10plus.retained.rgba.no-curve", NORMAL, false, RGBA, Light::kNoCurve},
     {"hdr10plus.pool.rgba.dim-scene", NORMAL, true, RGBA, Light::kDimScene},
     {"hdr10plus.pool.rgba.few-anchors", NORMAL, true, RGBA, Light::kFewAnchors},

@@ -22,9 +22,11 @@ enum class Light {
     kGradedForDimmer,      ///< mixed with the identity
     kNoCurve,              ///< a generated curve
     kNoCurveDarkScene,
-    kDimScene,    ///< below the display's peak: the identity
-    kFewAnchors,  ///< two, which count for nothing
-    kManyAnchors, ///< fifteen
+    kNoCurveBrightScene,  ///< on a display not far below the scene
+    kNoCurveBrightMaster, ///< on a display far below the scene
+    kDimScene,            ///< below the display's peak: the identity
+    kFewAnchors,          ///< two, which count for nothing
+    kManyAnchors,         ///< fifteen
     kNoRecord1000,
     kNoRecord4000,
 };

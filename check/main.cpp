@@ -119,9 +119,10 @@ int check(const Options& options) {
                      folder.path().c_str());
         return 1;
     }
-    const PlaneSource planes = options.planes >= 0 ? static_cast<PlaneSource>(options.planes)
-                                                   : best_source(device.number("cl_arm_import_memory_dma_buf") == 1);
-    report.device(device, name_of(planes), folder.path());
+    const PlaneSource planes = options.planes >= 0
+                                   ? static_cast<PlaneSource>(options.planes)
+                                   : platform::best_source(device.number("cl_arm_import_memory_dma_buf") == 1);
+    report.device(device, platform::name_of(planes), folder.path());
     for (const Case& c : selected_cases(options)) {
         const std::vector<std::string> arguments = {"--child", c.name, options.quick ? "quick" : "full",
                                                     format("%d", static_cast<int>(planes))};

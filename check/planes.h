@@ -6,28 +6,19 @@
 #include <vector>
 
 #include "lumivert/converter.h"
+#include "platform/plane_memory.h"
 
 namespace lumivert::check {
 
-/// Where planes come from. The first three give dma-bufs.
-enum class PlaneSource { kDmaHeap, kIon, kUdmabuf, kSharedMemory };
-
-const char* name_of(PlaneSource source);
-
-/// The first source that works here. A driver that imports dma-bufs itself gets them; for the others the platform maps
-/// shared memory.
-PlaneSource best_source(bool driver_imports_dma_bufs);
+using platform::PlaneSource;
 
 /// One plane of `bytes` bytes; its memory reaches at least to the next multiple of 128, which is what an import covers.
 class Plane {
 public:
     Plane(PlaneSource source, size_t bytes);
-    ~Plane();
-    Plane(const Plane&) = delete;
-    Plane& operator=(const Plane&) = delete;
 
-    bool valid() const { return data_ != nullptr; }
-    _MULTIPLANE_t descriptor() const { return {fd_, 0, static_cast<int32_t>(bytes_)}; }
+    bool valid() const { return memory_.data() != nullptr; }
+    _MULTIPLANE_t descriptor() const { return {memory_.descriptor(), 0, static_cast<int32_t>(bytes_)}; }
     size_t bytes() const { return bytes_; }
 
     void write(const void* samples, size_t count);
@@ -41,13 +32,9 @@ public:
 
 private:
     void read_into(void* samples, size_t count) const;
-    void begin_access() const;
-    void end_access() const;
 
-    size_t bytes_, mapped_;
-    bool is_dma_buf_;
-    int fd_ = -1;
-    uint8_t* data_ = nullptr;
+    size_t bytes_;
+    platform::PlaneMemory memory_;
 };
 
 /// The two planes of a frame, allocated for whole blocks. RGBA has one; the second is there for its descriptor.

@@ -46,6 +46,16 @@ HDR10PLUS_DYNAMIC_INFO make_record(Light light) {
         record.tone_mapping_flag = 0;
         record.maxrgb_percentiles[4] = 120; // of 1000 cd/m2
         break;
+    case Light::kNoCurveBrightScene:
+        record.tone_mapping_flag = 0;
+        std::fill_n(record.maxscl, 3, 3600U);
+        record.maxrgb_percentiles[4] = 2500;
+        record.maxrgb_percentiles[8] = 3500;
+        break;
+    case Light::kNoCurveBrightMaster:
+        record.tone_mapping_flag = 0;
+        record.maxrgb_percentiles[8] = 40000;
+        break;
     case Light::kDimScene:
         record.display_max_luminance = 400;
         std::fill_n(record.maxscl, 3, 1800U);
