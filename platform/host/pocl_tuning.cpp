@@ -70,6 +70,7 @@ static inline float3 __attribute__((overloadable, always_inline)) relaxed_powr(f
 #line 1
 )CLC";
 
+/// Whether vectors can be loaded and stored in part, down to 16-bit lanes.
 bool has_masks() {
 #ifdef __x86_64__
     return __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl");
@@ -89,16 +90,17 @@ void tune_compiler(cl_device_id device) {
         std::vector<const char*> arguments = {
             "pocl",
             // SLP pairs up the r, g and b of one work-item, and then LLVM finds no loop over work-items that it could
-            // widen: ten times slower in the tone-mapping kernel, twice in the static ones.
+            // widen: twenty times slower in the tone-mapping kernel, three times in the static ones.
             "-vectorize-slp=false",
-            // LLVM prefers 8 lanes even where the processor has 16 (AVX-512): 1.6 times slower in the tone-mapping
-            // kernel. Elsewhere two or four registers at a time are as good as one.
+            // LLVM prefers 8 lanes even where the processor has 16 (AVX-512). Elsewhere two or four registers at a time
+            // are as good as one.
             "-force-vector-width=16",
-            // Four such vectors side by side: a power is a chain of 20 operations, each waiting for the one before.
-            "-force-vector-interleave=4",
+            // Vectors side by side, too: a power is a chain of 20 operations, each of which waits for the one before.
+            // Four of 16 lanes halve the tone-mapping kernel's time.
+            has_masks() ? "-force-vector-interleave=4" : "-force-vector-interleave=2",
         };
-        // The last up to 63 work-items of a row under a mask instead of one by one. Without masks for 16-bit samples
-        // that would be slower than one by one.
+        // The last work-items of a row, up to 63, run under a mask instead of one by one. Without masks for 16-bit
+        // samples LLVM would load and store those one by one in the whole row.
         if (has_masks()) arguments.push_back("-prefer-predicate-over-epilogue=predicate-else-scalar-epilogue");
         void* pocl = dlopen("libpocl.so.2", RTLD_NOLOAD | RTLD_NOW);
         if (!pocl) return;
