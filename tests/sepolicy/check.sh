@@ -11,8 +11,8 @@ trap 'rm -rf "$work"' EXIT
 m4 -D POLICY="$1/lumivert.te" "$here/platform.m4" >"$work/policy.conf"
 checkpolicy -C -o "$work/policy.cil" "$work/policy.conf"
 secilc -o "$work/policy" -f "$work/file_contexts" "$work/policy.cil"
-for type in $(sed 's/#.*//' "$1/file_contexts" "$1/property_contexts" | grep -o 'u:object_r:[a-z_]*:s0' | cut -d: -f3); do
+sed 's/#.*//' "$1/file_contexts" "$1/property_contexts" | grep -o 'u:object_r:[a-z_]*:s0' | cut -d: -f3 >"$work/types"
+[ -s "$work/types" ]
+while read -r type; do
     grep -q "^(type $type)" "$work/policy.cil" || { echo "no type $type in the policy"; exit 1; }
-    checked=yes
-done
-[ "${checked:-}" = yes ]
+done <"$work/types"
