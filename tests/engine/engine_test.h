@@ -1,4 +1,11 @@
-/// A test of the engine with all that it sees and says.
+/// The fixture of an engine test: its own data folder, all log lines, all OpenCL calls. What it stands on, from the
+/// bottom:
+///
+///   tests/run.sh            the process's environment: home, caches, one OpenCL implementation
+///   support/host.h          data folder, properties, planes in shared memory, frames, instances, what a process holds
+///   support/log_capture.h   the log's lines and the texts of fatal checks
+///   support/opencl_spy.h    every OpenCL call, recorded and failed on demand
+///   support/agreement.h     samples against check/reference, which computes what must come out
 #pragma once
 
 #include <gmock/gmock.h>

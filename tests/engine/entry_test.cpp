@@ -2,6 +2,9 @@
 #include <cstdlib>
 #include <new>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "engine_test.h"
 
 namespace {
@@ -118,6 +121,11 @@ TEST_F(EntryTest, InitReadsTheDebugProperties) {
         set_property("vendor.Lumivert.debug.level", text);
         const Instance instance(8, 4, HI_JACK);
         EXPECT_EQ(debug_level, level) << text;
+    }
+    for (const auto& [text, request] : {std::pair{"1", 1}, {"x", 0}, {"", 0}}) {
+        set_property("vendor.Lumivert.debug.dump", text);
+        const Instance instance(8, 4, HI_JACK);
+        EXPECT_EQ(dump_request, request) << text;
     }
 }
 
@@ -346,6 +354,44 @@ TEST_F(EntryDeathTest, PlanesThatCannotBeUsedEndTheProcess) {
         },
         testing::ExitedWithCode(134),
         R"(ASSERT \[!\(clReleaseMemObject\(t\) == 0\)\] tag none: formatter:173 CHECK\(clReleaseMemObject\(t\) == CL_SUCCESS\) failed\.)");
+}
+
+/// Planes whose descriptor was closed, or whose memory was cut off, before a frame and between frames.
+TEST_F(EntryDeathTest, PlanesThatVanishEndTheProcessOrChangeNothingElse) {
+    HDR10PLUS_DYNAMIC_INFO info = default_record();
+    out.format = NV12;
+    _HDR2SDR_config_params_t in_params = in.params();
+    _HDR2SDR_config_params_t out_params = out.params();
+    const auto convert_after = [&](bool pool, int frames_before, const auto& event) {
+        alarm(600); // a hang is a failure
+        const Instance instance(8, 4, NORMAL, pool);
+        const uint32_t static_info[3] = {};
+        const auto convert = [&] {
+            return pool ? CL_HDR2SDR_ARM_convert1(&in_params, &out_params, &info, static_info, instance.handle(), 0)
+                        : CL_HDR2SDR_ARM_convert(&in_params, &out_params, &info, 0, instance.handle());
+        };
+        for (int i = 0; i < frames_before; ++i)
+            convert();
+        event();
+        std::_Exit(convert());
+    };
+    const int plane = out.luma.handle().handle;
+    const auto cut_off = [&] { EXPECT_EQ(ftruncate(plane, 0), 0); };
+    const auto close_it = [&] { close(plane); };
+    const auto refused = testing::ExitedWithCode(134);
+    EXPECT_EXIT(convert_after(true, 1, close_it), refused, "converter_vendor:364 CHECK");
+    EXPECT_EXIT(convert_after(false, 0, close_it), refused, "converter_vendor:263 CHECK");
+    // A retained import lives on without its descriptor, and does not reach what takes the descriptor's number.
+    const Plane other(4096);
+    const std::string untouched = other.contents();
+    const auto give_its_number_away = [&] { dup2(other.handle().handle, plane); };
+    EXPECT_EXIT(convert_after(false, 1, give_its_number_away), testing::ExitedWithCode(1), "");
+    EXPECT_EQ(other.contents(), untouched);
+    // Memory that is cut off under a retained import is gone: the access ends the process, at once. An import refuses
+    // it.
+    const auto ends = [](int status) { return WIFSIGNALED(status) ? WTERMSIG(status) == SIGBUS : status != 0; };
+    EXPECT_EXIT(convert_after(false, 1, cut_off), ends, "");
+    EXPECT_EXIT(convert_after(true, 1, cut_off), refused, "converter_vendor:364 CHECK");
 }
 
 TEST_F(EntryDeathTest, NoExceptionLeavesAnEntryPoint) {

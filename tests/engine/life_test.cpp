@@ -199,12 +199,13 @@ TEST_F(Life, ClosesWhatItOpens) {
         };
         life(); // writes this client's cache file and warms the driver up
         if (!c.cached) std::remove(folder.media("mali_formatter_c2_AB12CD34.bin").c_str());
-        const int descriptors = footprint().descriptors;
+        const Footprint before = footprint();
         const std::size_t heap = heap_bytes();
         spy::reset();
         life();
         EXPECT_EQ(left_over(), c.left);
-        EXPECT_EQ(footprint().descriptors, descriptors);
+        EXPECT_EQ(footprint().descriptors, before.descriptors);
+        EXPECT_EQ(footprint().plane_mappings, before.plane_mappings);
         EXPECT_TRUE(!c.cached || on_rusticl() || heap_bytes() < heap + (1 << 19)); // rusticl keeps some
     }
 }
