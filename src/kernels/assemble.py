@@ -15,7 +15,7 @@ one list of them. The compiler checks that there are as many pieces as program_t
     96 to 142    process_hdr_to_sdr_io_4000, no "__kernel void"          lookup_4000.inc
     143          "__kernel void"
     144 to 190   process_hdr_to_sdr_4000_inout, no "__kernel void"
-    191          the six colour kernels                                  colour.cl
+    191          the colour kernels                                      colour.cl
 """
 import argparse
 import pathlib

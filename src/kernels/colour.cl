@@ -1,4 +1,4 @@
-// The six colour kernels. RGBA is bytes R, G, B, A, rows of W pixels; alpha is ignored on input and 255 on output. P010
+// The colour kernels. RGBA is bytes R, G, B, A, rows of W pixels; alpha is ignored on input and 255 on output. P010
 // planes are 16-bit words with the 10-bit code in the upper bits; chroma planes interleave Cb, Cr (NV21 Cr, Cb), rows
 // of W elements. W is both the width and the pitch.
 //

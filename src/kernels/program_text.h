@@ -1,6 +1,6 @@
 /// The OpenCL C program that does all of the library's GPU work, as text.
 ///
-/// Concatenated, the pieces are one translation unit with ten kernels. Each piece ends with a newline and a NUL, so the
+/// Concatenated, the pieces are one translation unit with all kernels. Each piece ends with a newline and a NUL, so the
 /// array can be passed to `clCreateProgramWithSource` as it is:
 ///
 ///     clCreateProgramWithSource(context, lumivert::kProgramPieceCount,

@@ -1,4 +1,4 @@
-/// The subcommands. Each adds its options to its part of the command line and gives back what runs it.
+/// The subcommands. Each adds its options to the command line and returns the function that runs it.
 #pragma once
 
 #include <functional>
@@ -9,7 +9,7 @@
 
 namespace lumivert::tool {
 
-/// Runs a command whose options were read; the exit status.
+/// Runs a command after its options were read, and returns the exit status.
 using Command = std::function<int()>;
 
 Command add_convert(CLI::App& app);
@@ -21,7 +21,7 @@ Command add_compare(CLI::App& app);
 Command add_bench(CLI::App& app);
 Command add_devices(CLI::App& app);
 
-/// Adds all of them, and what they share. The command that was asked for is the one that `parsed()`.
+/// Adds all commands and the options they share. After parsing, `parsed()` is true for the command that was given.
 std::vector<std::pair<CLI::App*, Command>> add_commands(CLI::App& app);
 
 } // namespace lumivert::tool

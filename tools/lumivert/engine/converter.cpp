@@ -38,8 +38,8 @@ bool Converter::convert(const Planes& in, const Planes& out, const Record* recor
     _HDR2SDR_config_params_t from = in.params(), to = out.params();
     int32_t result = 0;
     if (entry_ == Entry::kPool) {
-        // Units of 0.0001 cd/m2. The second value is called a minimum, but from 1000 cd/m2 on it counts as a peak when
-        // the default record is chosen: the mastering peak is what that choice is about.
+        // In units of 0.0001 cd/m2. The library calls the second value a minimum, but uses it as a peak when it chooses
+        // the default record, so it gets the mastering peak too.
         const uint32_t peak = rounded(luminances.mastering_peak * 10000);
         const uint32_t static_info[] = {peak, peak, rounded(luminances.max_cll * 10000)};
         Record copy = record != nullptr ? *record : Record{};

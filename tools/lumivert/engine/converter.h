@@ -1,4 +1,4 @@
-/// A converter instance, as a codec component uses it.
+/// A converter instance, used as a codec component uses it.
 #pragma once
 
 #include <cstdint>
@@ -12,10 +12,10 @@ namespace lumivert::tool {
 
 enum class Mode { kStaticTable, kHdr10plus };
 
-/// Which entry point converts, and so how planes reach the GPU.
+/// Which entry point converts. It decides how planes reach the GPU.
 enum class Entry {
     kPool,     ///< CL_HDR2SDR_ARM_convert1: planes are imported for each frame
-    kRetained, ///< CL_HDR2SDR_ARM_convert: planes are imported once; the static table works in place
+    kRetained, ///< CL_HDR2SDR_ARM_convert: imports are kept; the static table converts in place
 };
 
 struct Luminances {
@@ -30,11 +30,11 @@ public:
     Converter(const Converter&) = delete;
     Converter& operator=(const Converter&) = delete;
 
-    /// Whether results land in the input planes.
+    /// Whether the result is written into the input planes.
     bool in_place() const { return mode_ == Mode::kStaticTable && entry_ == Entry::kRetained; }
 
-    /// Converts `in` to `out` (to itself where in_place). Without a record the default for the luminances is used.
-    /// False for a frame that `interval` skips; throws when the library reports an error.
+    /// Converts `in` to `out`, or in place if `in_place()`. Without a record, the default for the luminances is used.
+    /// Returns false if `interval` skips the frame. Throws when the library reports an error.
     bool convert(const Planes& in, const Planes& out, const Record* record, const Luminances& luminances,
                  int interval = 0);
 

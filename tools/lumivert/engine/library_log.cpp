@@ -15,8 +15,8 @@ namespace {
 
 std::atomic<int> errors = 0;
 
-/// Workstations have no /dev/ion, which the library mentions at init and deinit, and needs only on devices. That a
-/// frame has no metadata of its own is the summary's to tell.
+/// Errors that mean nothing here. Workstations have no /dev/ion, which the library reports at init and deinit. Frames
+/// without metadata are counted in the command's summary.
 bool is_routine(const char* message) {
     constexpr const char* kRoutine[] = {"[Formatter] error 85", "line is 143", "There is no HDR10 dynamic metadata!"};
     for (const char* part : kRoutine)

@@ -73,7 +73,7 @@ fs::path digest_of(const fs::path& program) {
 
 ProgramCache::ProgramCache(const Environment& environment, bool codec2) {
     const std::string name = program_name(environment.device());
-    // A folder for each kind of client: the library keeps one program per folder and deletes others.
+    // One folder for each kind of client, because the library keeps one program per folder and deletes others.
     const fs::path root = fs::path(environment.cache_folder()) / (name + (codec2 ? "-c2" : "-omx"));
     const fs::path media = root / "vendor" / "media";
     std::error_code error;
@@ -86,7 +86,7 @@ ProgramCache::ProgramCache(const Environment& environment, bool codec2) {
     if (lock_ < 0 || flock(lock_, LOCK_EX) != 0) throw system_error((root / "lock").string());
     for (const fs::path& program : programs(media)) {
         if (contents(digest_of(program)) == sha256(contents(program))) continue;
-        detail("removing " + program.string() + ", which an interrupted run has left");
+        detail("removing " + program.string() + ", which an interrupted run left");
         fs::remove(program, error);
         fs::remove(digest_of(program), error);
     }

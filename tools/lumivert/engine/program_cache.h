@@ -1,4 +1,4 @@
-/// A folder in which the library may trust what it finds.
+/// A folder whose compiled programs the library can trust.
 ///
 /// The library keeps its compiled program in a file and loads whatever that file holds, and some drivers crash on a
 /// damaged one. A killed process or a full disk leaves such files behind. On a workstation many processes share the
@@ -15,8 +15,8 @@ namespace lumivert::tool {
 
 class ProgramCache {
 public:
-    /// Points the library at the folder for this device, driver and build of the library, removes what cannot be
-    /// trusted, and locks the folder as long as this lives. `codec2` as in CL_HDR2SDR_ARM_init.
+    /// Points the library at the folder for this device, driver and build of the library, removes damaged
+    /// programs, and locks the folder as long as this lives. `codec2` as in CL_HDR2SDR_ARM_init.
     ProgramCache(const Environment& environment, bool codec2);
     /// To be called after a successful init: stores the digest of the program it left, so that later runs trust it.
     /// Returns the program's file.

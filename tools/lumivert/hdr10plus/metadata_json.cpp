@@ -25,7 +25,7 @@ void read_field(const Json& object, const char* key, T& value) {
     value = found->get<T>();
 }
 
-/// An array of such integers; the number of them.
+/// Reads an array of such integers and returns how many there are.
 template <typename T, size_t N>
 size_t read_fields(const Json& object, const char* key, T (&values)[N]) {
     const auto found = object.find(key);
@@ -66,7 +66,7 @@ Record read_record(const Json& scene) {
     return record;
 }
 
-/// Whether each entry tells its frame and the frames rise: else the position in the list is the frame.
+/// Whether every entry has a frame number and the numbers rise. Otherwise the position in the list is the number.
 bool frames_are_numbered(const Json& scenes) {
     int64_t previous = -1;
     return std::all_of(scenes.begin(), scenes.end(), [&](const Json& scene) {
@@ -83,7 +83,7 @@ Json parse(const std::string& path) {
         std::ifstream file(path);
         if (!file) throw system_error(path);
         return Json::parse(file);
-    } catch (const Json::exception& error) {   // also a number that no type holds
+    } catch (const Json::exception& error) {   // malformed, or a number too large for any type
         const std::string what = error.what(); // "[json.exception.parse_error.101] parse error at line 1, ..."
         throw Error(path + ": not JSON: " + what.substr(std::min(what.find("] ") + 2, what.size())));
     }

@@ -13,11 +13,11 @@ namespace lumivert::tool {
 /// Records by frame number, from 0. Frames may be missing.
 using RecordsByFrame = std::map<int64_t, Record>;
 
-/// Reads leniently: unknown keys, other versions and missing indices are fine, values that do not fit a record are
-/// errors. `path` may be "-".
+/// Unknown keys, other versions and missing indices are accepted. Values that do not fit into a record are errors.
+/// `path` may be "-" for standard input.
 RecordsByFrame read_metadata(const std::string& path);
 
-/// The document; `records` must not be empty.
+/// The document for `records`, which must not be empty.
 std::string write_metadata(const RecordsByFrame& records);
 
 } // namespace lumivert::tool

@@ -1,4 +1,4 @@
-/// HDR10+ records where they come from: FFmpeg's side data, or a default for frames that have none.
+/// HDR10+ records: from FFmpeg's side data, and the defaults for frames without one.
 #pragma once
 
 #include <string>
@@ -9,7 +9,8 @@
 struct AVDynamicHDRPlus;
 
 bool operator==(const HDR10PLUS_DYNAMIC_INFO& a, const HDR10PLUS_DYNAMIC_INFO& b);
-bool operator<(const HDR10PLUS_DYNAMIC_INFO& a, const HDR10PLUS_DYNAMIC_INFO& b); // any order, for sets
+bool operator<(const HDR10PLUS_DYNAMIC_INFO& a,
+               const HDR10PLUS_DYNAMIC_INFO& b); // an order for std::set, without meaning
 inline bool operator!=(const HDR10PLUS_DYNAMIC_INFO& a, const HDR10PLUS_DYNAMIC_INFO& b) {
     return !(a == b);
 }
@@ -25,7 +26,7 @@ Record make_record();
 
 Record from_side_data(const AVDynamicHDRPlus& side_data);
 
-/// What the converter itself uses for a frame without metadata, from the static luminances in cd/m2 (0: unknown).
+/// What the converter uses for a frame without metadata. The luminances are in cd/m2, 0 if unknown.
 Record default_record(double mastering_peak, double max_cll);
 
 /// What makes no sense in a record, a line each.

@@ -8,21 +8,21 @@
 
 namespace lumivert::tool {
 
-/// Where a frame's record came from.
+/// Where a frame's record comes from.
 enum class RecordOrigin {
     kOwn,      ///< the frame has one
-    kPrevious, ///< it has none: the last frame's goes on
-    kNone,     ///< no frame up to here has one: the default for the static luminances
+    kPrevious, ///< it has none, and uses the record of the frame before
+    kNone,     ///< no frame so far has one, and the default for the static luminances is used
 };
 
-/// Follows the frames in order, from the first of the clip on.
+/// Follows the frames in order, starting with the clip's first.
 class RecordTrack {
 public:
-    /// Takes the records that the frames bring along.
+    /// Uses the records of the frames.
     RecordTrack() = default;
-    /// Takes these instead.
+    /// Uses these instead.
     explicit RecordTrack(RecordsByFrame records) : list_(std::move(records)) {}
-    /// Takes none at all.
+    /// Uses no records at all.
     static RecordTrack without_records() { return RecordTrack(RecordsByFrame()); }
 
     RecordOrigin advance(int64_t frame, const std::optional<Record>& of_the_clip) {

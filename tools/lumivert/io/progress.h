@@ -1,4 +1,4 @@
-/// The line that tells a waiting user how far the tool is. Silent unless standard error is a terminal.
+/// A line that shows a waiting user the progress, only if standard error is a terminal.
 #pragma once
 
 #include <chrono>
@@ -8,7 +8,7 @@ namespace lumivert::tool {
 
 class Progress {
 public:
-    /// `total` frames, 0 when unknown.
+    /// `total` is the number of frames, or 0 if it is unknown.
     explicit Progress(int64_t total);
     ~Progress();
 

@@ -13,7 +13,7 @@ class Queue {
 public:
     explicit Queue(size_t capacity) : capacity_(capacity) {}
 
-    /// Waits for room; false when the queue was closed.
+    /// Waits for room. False if the queue was closed.
     bool push(T item) {
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [this] { return closed_ || items_.size() < capacity_; });
@@ -23,7 +23,7 @@ public:
         return true;
     }
 
-    /// Waits for an item; nothing when the queue was closed and is empty.
+    /// Waits for an item. Nothing once the queue is closed and empty.
     std::optional<T> pop() {
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [this] { return closed_ || !items_.empty(); });
@@ -34,7 +34,7 @@ public:
         return item;
     }
 
-    /// No more items come; what is queued is still handed out.
+    /// Accepts no more items. `pop` still returns the queued ones.
     void close() {
         std::lock_guard lock(mutex_);
         closed_ = true;
