@@ -59,17 +59,13 @@ bool is_10_bit_yuv(const ClipInfo& info) {
 
 ClipReader::ClipReader(const std::string& path, const std::optional<RawLayout>& raw, bool keep_others)
     : path_(path == "-" ? "standard input" : path) {
-    AVFormatContext* opened = nullptr;
-    AVDictionary* options = nullptr;
     if (raw) {
-        const std::string size = std::to_string(raw->width) + "x" + std::to_string(raw->height);
-        av_dict_set(&options, "video_size", size.c_str(), 0);
-        av_dict_set(&options, "pixel_format", av_get_pix_fmt_name(raw->format), 0);
+        raw_ = std::make_unique<RawReader>(path, *raw);
+        describe(*raw_);
+        return;
     }
-    const int result = avformat_open_input(&opened, path == "-" ? "pipe:0" : ("file:" + path).c_str(),
-                                           raw ? av_find_input_format("rawvideo") : nullptr, &options);
-    av_dict_free(&options);
-    check(result, path_);
+    AVFormatContext* opened = nullptr;
+    check(avformat_open_input(&opened, path == "-" ? "pipe:0" : ("file:" + path).c_str(), nullptr, nullptr), path_);
     demuxer_.reset(opened);
     check(avformat_find_stream_info(opened, nullptr), path_);
     const AVCodec* codec = nullptr;
@@ -117,6 +113,28 @@ void ClipReader::describe(const AVFrame& first) {
     info_.static_metadata = static_metadata_of(first);
 }
 
+void ClipReader::describe(const RawReader& raw) {
+    const RawLayout& layout = raw.layout();
+    info_.container = info_.codec = "rawvideo";
+    info_.pixel_format = av_get_pix_fmt_name(layout.format);
+    info_.depth = av_pix_fmt_desc_get(layout.format)->comp[0].depth;
+    info_.width = layout.width;
+    info_.height = layout.height;
+    info_.frame_rate = {25, 1};
+    info_.time_base = {1, 25};
+    info_.frames = raw.frames();
+}
+
+FramePtr ClipReader::read_raw() {
+    FramePtr frame(av_frame_alloc());
+    frame->format = raw_->layout().format;
+    frame->width = raw_->layout().width;
+    frame->height = raw_->layout().height;
+    check(av_frame_get_buffer(frame.get(), 0), path_);
+    if (!raw_->read(frame->data, frame->linesize)) return nullptr;
+    return frame;
+}
+
 void ClipReader::note_damage() {
     ++damaged_;
     errors_seen_ = ffmpeg_error_count();
@@ -161,6 +179,7 @@ void ClipReader::feed_decoder() {
 }
 
 FramePtr ClipReader::decode() {
+    if (raw_) return read_raw();
     FramePtr frame(av_frame_alloc());
     while (true) {
         const int result = avcodec_receive_frame(decoder_.get(), frame.get());

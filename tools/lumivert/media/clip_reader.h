@@ -8,6 +8,7 @@
 #include "hdr10plus/record.h"
 #include "media/ffmpeg.h"
 #include "media/other_tracks.h"
+#include "media/raw_reader.h"
 
 namespace lumivert::tool {
 
@@ -43,15 +44,10 @@ struct ClipFrame {
     std::optional<Record> record;
 };
 
-/// How to read a file that does not tell: headerless frames.
-struct RawLayout {
-    int width, height;
-    AVPixelFormat format;
-};
-
 class ClipReader {
 public:
-    /// `path` may be "-". Decodes the first frame. `keep_others` keeps the packets of other tracks for a muxer.
+    /// `path` may be "-". With `raw` the file holds raw frames; otherwise this decodes the first frame. `keep_others`
+    /// keeps the packets of other tracks for a muxer.
     explicit ClipReader(const std::string& path, const std::optional<RawLayout>& raw = std::nullopt,
                         bool keep_others = false);
 
@@ -76,9 +72,12 @@ private:
     /// passes over in silence.
     bool is_cut_off(const AVPacket& last) const;
     FramePtr decode();
+    FramePtr read_raw();
     void describe(const AVFrame& first);
+    void describe(const RawReader& raw);
 
     std::string path_;
+    std::unique_ptr<RawReader> raw_; ///< takes the place of demuxer and decoder
     DemuxerPtr demuxer_;
     CodecPtr decoder_;
     int stream_ = -1;
