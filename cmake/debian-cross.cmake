@@ -19,6 +19,9 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
 set(ENV{PKG_CONFIG_LIBDIR} ${CMAKE_SYSROOT}/usr/lib/${triple}/pkgconfig:${CMAKE_SYSROOT}/usr/share/pkgconfig)
 
-# Runs the tests. The OpenCL loader is told its driver: it lists a folder that the emulator does not redirect.
+# Runs the tests. The emulator shows a program the root's files where it opens them, but not where it only asks for them
+# or starts programs: PoCL's library is named by its real path, and PoCL finds the cross linker and the compiler's library.
+file(GLOB compiler_libraries /usr/lib/gcc-cross/${triple}/*)
 set(CMAKE_CROSSCOMPILING_EMULATOR
-    ${emulator} -L ${CMAKE_SYSROOT} -E OCL_ICD_VENDORS=/etc/OpenCL/vendors/pocl.icd)
+    ${emulator} -L ${CMAKE_SYSROOT} -E OCL_ICD_VENDORS=${CMAKE_SYSROOT}/usr/lib/${triple}/libpocl.so.2
+    -E PATH=/usr/${triple}/bin:/usr/bin:/bin -E LIBRARY_PATH=${compiler_libraries})
