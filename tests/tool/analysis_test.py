@@ -106,7 +106,7 @@ class Probe(ToolTest):
         self.lumivert("metadata", "in.hevc", "-o", "out.json")
         self.assertEqual([s.get("BezierCurveData") for s in json.loads(read("out.json"))["SceneInfo"]],
                          [{"Anchors": [], "KneePointX": 0, "KneePointY": 0}, None, None])
-        self.convert("in.hevc", "out.nv12")
+        self.assertIn("in.hevc: a tone-mapping flag with no anchors", self.convert("in.hevc", "out.nv12", status=DIFFERENT))
 
 
 class Curve(ToolTest):

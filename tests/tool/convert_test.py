@@ -60,7 +60,9 @@ class Hdr10Plus(ToolTest):
         write_scenes("bright.json", [scene(BezierCurveData=bright, LuminanceParameters={"MaxScl": 3 * [40000]})])
         for record, luminances in (("in.json", ()), ("bright.json", ("--max-luminance", "4000")),
                                    ("in.json", ("--max-luminance", "4000", "--max-cll", "800"))):
-            self.convert("in.p010", record + ".rgba", *self.size, "--metadata", record)
+            # The default for bright masters has an anchor that falls, which a list of records should not.
+            self.convert("in.p010", record + ".rgba", *self.size, "--metadata", record,
+                         status=DIFFERENT if record == "bright.json" else DONE)
             for entry in ("pool", "retained"):
                 lines = self.convert("in.p010", "out.rgba", *self.size, "--mode", "hdr10plus", "--metadata", "none",
                                      "--entry", entry, *luminances)

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <exception>
 #include <iostream>
 
@@ -11,16 +12,46 @@ namespace {
 
 using namespace lumivert::tool;
 
+using Commands = std::vector<std::pair<CLI::App*, Command>>;
+
+/// "help", "help COMMAND" and "version" as the options that mean the same.
+std::vector<std::string> with_options_for_words(std::vector<std::string> arguments) {
+    const std::string first = arguments.front();
+    if (first == "version") return {"--version"};
+    if (first != "help") return arguments;
+    if (arguments.size() == 1) return {"--help"};
+    return {arguments[1], "--help"};
+}
+
+/// Throws for a first word that is no command.
+void check_command(const std::vector<std::string>& arguments, const Commands& commands) {
+    const auto word = std::find_if(arguments.begin(), arguments.end(), [](const auto& a) { return a[0] != '-'; });
+    if (word == arguments.end()) return;
+    std::string known;
+    for (const auto& [command, unused] : commands) {
+        if (command->get_name() == *word) return;
+        known += (known.empty() ? "" : ", ") + command->get_name();
+    }
+    throw Error("no command " + *word + "; there are " + known);
+}
+
 int run(int argc, char** argv) {
     CLI::App app("HDR10 and HDR10+ to SDR, as a device's codec has it converted.", "lumivert");
-    const auto added = add_commands(app);
+    const Commands added = add_commands(app);
+    if (argc < 2) {
+        std::cerr << app.help();
+        return kFailed;
+    }
     try {
-        app.parse(argc, argv);
+        auto arguments = with_options_for_words({argv + 1, argv + argc});
+        check_command(arguments, added);
+        std::reverse(arguments.begin(), arguments.end()); // as CLI11 wants them
+        app.parse(arguments);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return app.exit(error); // --help, --version
         for (const auto& [command, unused] : added)
             if (command->parsed()) set_command(command->get_name());
-        tell(error.what());
+        fail(error.what());
         return kFailed;
     }
     collect_ffmpeg_log();
@@ -48,7 +79,7 @@ int main(int argc, char** argv) {
         std::cout.flush();
         if (!std::cout) throw Error("standard output: cannot be written");
     } catch (const std::exception& error) {
-        tell(error.what());
+        fail(error.what());
         status = kFailed;
     }
     remove_registered();

@@ -2,16 +2,21 @@
 
 #include <atomic>
 #include <cstdio>
+#include <mutex>
+#include <utility>
 
 #include "error.h"
 
 namespace lumivert::tool {
 
 bool verbose = false;
+bool only_warnings = false;
 
 namespace {
 
 std::string prefix = "lumivert: ";
+std::mutex mutex;
+std::vector<std::string> warnings; ///< not yet taken
 std::atomic<int> warning_count = 0;
 
 void print(const char* kind, const std::string& line) {
@@ -25,11 +30,24 @@ void set_command(const std::string& name) {
 }
 
 void tell(const std::string& line) {
+    if (!only_warnings) print("", line);
+}
+
+void fail(const std::string& line) {
     print("", line);
+}
+
+std::vector<std::string> take_warnings() {
+    std::lock_guard lock(mutex);
+    return std::exchange(warnings, {});
 }
 
 void warn(const std::string& line) {
     ++warning_count;
+    {
+        std::lock_guard lock(mutex);
+        warnings.push_back(line);
+    }
     print("warning: ", line);
 }
 

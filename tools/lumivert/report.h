@@ -2,19 +2,29 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace lumivert::tool {
 
 /// Whether --verbose was given: shows what the library and FFmpeg log.
 extern bool verbose;
 
+/// Whether --quiet was given: no lines but warnings and errors.
+extern bool only_warnings;
+
 void set_command(const std::string& name);
 
 /// The result in a line.
 void tell(const std::string& line);
 
+/// Why a command failed.
+void fail(const std::string& line);
+
 /// Something the user should know; makes the exit status 1.
 void warn(const std::string& line);
+
+/// The warnings since the last call.
+std::vector<std::string> take_warnings();
 
 /// What --verbose adds.
 void detail(const std::string& line);

@@ -25,10 +25,11 @@ constexpr Entry kCommands[] = {
 } // namespace
 
 std::vector<std::pair<CLI::App*, Command>> add_commands(CLI::App& app) {
-    app.set_version_flag("--version", LUMIVERT_VERSION);
+    app.set_version_flag("-V,--version", LUMIVERT_VERSION);
     app.require_subcommand(1);
     app.fallthrough();
     app.add_flag("-v,--verbose", verbose, "show what the library and FFmpeg log");
+    app.add_flag("-q,--quiet", only_warnings, "no lines but warnings and errors");
     std::vector<std::pair<CLI::App*, Command>> added;
     for (const Entry& entry : kCommands) {
         CLI::App* command = app.add_subcommand(entry.name, entry.about);

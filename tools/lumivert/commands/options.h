@@ -21,4 +21,10 @@ FrameRange parse_frames(const std::string& text);
 /// A clip; or raw P010, which `size` tells of.
 std::unique_ptr<FrameSource> open_source(const std::string& input, const std::string& size, double rate, bool as_pq);
 
+/// "00:01:10", "70.5" or "70500ms", in seconds.
+double parse_time(const std::string& option, const std::string& text);
+
+/// The frames that --frames, --from and --to pick; everything for empty texts.
+Part parse_part(const std::string& frames, const std::string& from, const std::string& to);
+
 } // namespace lumivert::tool

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <exception>
 
 #include "io/progress.h"
@@ -22,6 +23,17 @@ struct Slot {
 
     const Planes& result() const { return out ? *out : *in; }
 };
+
+/// Of every eighth row.
+int brightest_luma(const Planes& p010, const Geometry& geometry) {
+    const auto* luma = reinterpret_cast<const uint16_t*>(p010.first.data());
+    uint16_t brightest = 0;
+    for (int y = 0; y < geometry.height; y += 8) {
+        const uint16_t* row = luma + static_cast<ptrdiff_t>(y) * geometry.pitch;
+        brightest = std::max(brightest, *std::max_element(row, row + geometry.width));
+    }
+    return brightest >> 6;
+}
 
 /// One thread on each side, slots going round between them.
 class Pipeline {
@@ -69,10 +81,24 @@ private:
         }
     }
 
+    enum class Place { kBefore, kInside, kAfter };
+
+    /// Where the source's next frame lies.
+    Place place_of_next() {
+        const Part& part = treatment_.part;
+        if (tally_.seen > part.frames.last) return Place::kAfter;
+        if (tally_.seen < part.frames.first) return Place::kBefore;
+        if (!part.by_time()) return Place::kInside;
+        const double time = source_.time_of_next() + 1e-6; // parts that adjoin share no frame and miss none
+        if (!std::isfinite(time)) return Place::kInside;   // the end, as reading will tell
+        return time < part.from ? Place::kBefore : time < part.to ? Place::kInside : Place::kAfter;
+    }
+
     void read_all(RecordTrack& track) {
         SourceFrame frame;
-        while (tally_.seen <= treatment_.frames.last) {
-            if (tally_.seen < treatment_.frames.first) {
+        Place place = Place::kBefore;
+        while ((place = place_of_next()) != Place::kAfter) {
+            if (place == Place::kBefore) {
                 if (!source_.skip(geometry_, frame)) break;
                 track.advance(tally_.seen++, frame.record);
                 continue;
@@ -81,12 +107,24 @@ private:
             if (!slot) return;
             Slot& s = **slot;
             if (!source_.read(*s.in, geometry_, s.frame)) break;
-            s.origin = track.advance(tally_.seen++, s.frame.record);
+            s.origin = track.advance(tally_.seen, s.frame.record);
             s.record = track.current();
+            note(s);
+            ++tally_.seen;
             if (!loaded_.push(std::move(*slot))) return;
         }
-        tally_.to_the_end = tally_.seen <= treatment_.frames.last;
+        tally_.to_the_end = place != Place::kAfter;
         loaded_.close();
+    }
+
+    /// What the user is told about the frames afterwards.
+    void note(const Slot& s) {
+        if (s.origin == RecordOrigin::kOwn) {
+            if (tally_.first_record < 0) tally_.first_record = tally_.seen;
+            tally_.oddities.add(tally_.seen, *s.record);
+        } else if (s.origin == RecordOrigin::kNone) {
+            tally_.brightest_by_default = std::max(tally_.brightest_by_default, brightest_luma(*s.in, geometry_));
+        }
     }
 
     void convert_all() {
@@ -108,7 +146,9 @@ private:
 
     void write_all(FrameSink& sink) {
         const int64_t total = source_.info().frames;
-        Progress progress(total > 0 ? std::min(total, treatment_.frames.last + 1) - treatment_.frames.first : 0);
+        const int64_t most = treatment_.part.most_frames(av_q2d(source_.info().frame_rate));
+        Progress progress(most == 0 ? total : total == 0 ? most : std::min(total, most));
+        int64_t written = 0;
         while (auto slot = converted_.pop()) {
             const Slot& s = **slot;
             const Planes& result = s.result();
@@ -119,7 +159,7 @@ private:
                         {result.first.data(), result.second.data()},
                         s.frame.number,
                         s.frame.pts});
-            progress.update(s.frame.number + 1 - treatment_.frames.first);
+            progress.update(++written);
             free_.push(std::move(*slot));
         }
     }
@@ -134,6 +174,13 @@ private:
 };
 
 } // namespace
+
+int64_t Part::most_frames(double rate) const {
+    constexpr double kMany = 1e15; // frames
+    const double by_number = static_cast<double>(frames.last - frames.first) + 1;
+    const double most = std::min(by_number, std::ceil((to - from) * rate));
+    return most < kMany ? static_cast<int64_t>(most) : 0;
+}
 
 Tally run_pipeline(FrameSource& source, RecordTrack track, const Treatment& treatment, FrameSink& sink) {
     return Pipeline(source, treatment).run(std::move(track), sink);

@@ -9,6 +9,8 @@
 
 namespace lumivert::tool {
 
+constexpr int kLargestSide = 16384; ///< pixels: what the encoders take, and an OpenCL device has memory for
+
 /// The size of a clip's pictures, and of its rows in memory.
 struct Geometry {
     int width, height; ///< visible pixels, both even

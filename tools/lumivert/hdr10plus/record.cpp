@@ -102,13 +102,22 @@ std::vector<std::string> complaints(const Record& record) {
     complain_if(above(record.maxrgb_percentages, points, 100), "a distribution point above 100 %");
     complain_if(above(record.maxrgb_percentiles, points, 100000), "a distribution value above 10000 cd/m2");
     complain_if(points == 0 && !above(record.maxscl, 3, 0), "neither a scene maximum nor a distribution");
+    const uint32_t maximum = *std::max_element(record.maxscl, record.maxscl + 3);
+    // The entries at positions 1 and 2 often carry other quantities than their percentages say.
+    const bool distribution_above = points > 3 && above(record.maxrgb_percentiles + 3, points - 3, maximum);
+    complain_if(maximum > 0 && distribution_above, "a scene maximum below values of the distribution");
+    complain_if(maximum > 0 && record.avg_maxrgb > maximum, "an average above the scene maximum");
+    complain_if(points > 3 && record.avg_maxrgb > record.maxrgb_percentiles[points - 1],
+                "an average above the last distribution value");
     if (record.tone_mapping_flag != 0) {
         const int anchors = std::min<int>(record.num_bezier_curve_anchors, kMaxPoints);
         complain_if(anchors == 0, "a tone-mapping flag with no anchors");
         complain_if(anchors == 1 || anchors == 2, "fewer than 3 anchors: the converter ignores them");
         complain_if(record.knee_point_x > 4095 || record.knee_point_y > 4095, "a knee point above 4095");
         complain_if(above(record.bezier_curve_anchors, anchors, 1023), "an anchor above 1023");
-        complain_if(record.display_max_luminance == 0, "a curve for a display of 0 cd/m2");
+        const auto* falls = std::is_sorted_until(record.bezier_curve_anchors, record.bezier_curve_anchors + anchors);
+        complain_if(falls != record.bezier_curve_anchors + anchors, "anchors that fall");
+        complain_if(record.display_max_luminance < 10, "a curve for a display below 10 cd/m2");
     }
     return lines;
 }

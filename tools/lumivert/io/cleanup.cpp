@@ -78,11 +78,32 @@ void remove_registered() {
     registered.clear();
 }
 
-void give_up(const char* line) {
+namespace {
+
+/// Removes what is registered and says why the process ends.
+void leave(const char* line) {
     // Never given back: no other thread makes a file from here on. One that hangs in a file system has had its chance.
     if (mutex.try_lock_for(std::chrono::seconds(5))) remove_registered();
     const char* over_progress = isatty(STDERR_FILENO) == 1 ? "\r\033[K" : "";
     std::fprintf(stderr, "%slumivert: %s\n", over_progress, line);
+}
+
+/// Ends the process as the signal does by default, so that its parent sees why: a shell then leaves its loop.
+[[noreturn]] void end_by(int signal) {
+    leave("interrupted");
+    std::signal(signal, SIG_DFL);
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, signal);
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    raise(signal); // in this thread, which lets it through
+    _exit(kFailed);
+}
+
+} // namespace
+
+void give_up(const char* line) {
+    leave(line);
     _exit(kFailed);
 }
 
@@ -101,13 +122,13 @@ void watch_signals() {
     // A thread of its own takes the signals, so that a read or an encoder that blocks does not delay the end.
     sigset_t set;
     sigemptyset(&set);
-    for (int signal : {SIGINT, SIGTERM, SIGHUP})
+    for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
         sigaddset(&set, signal);
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     start_thread([set] {
         int signal = 0;
         sigwait(&set, &signal);
-        give_up("interrupted");
+        end_by(signal);
     }).detach();
 }
 

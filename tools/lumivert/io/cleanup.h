@@ -5,9 +5,9 @@
 
 namespace lumivert::tool {
 
-/// Ends the process with a line and status 2 on SIGINT, SIGTERM, SIGHUP and on an abort inside a library, after
-/// removing what is registered below. Writing to a closed pipe or past a size limit becomes an ordinary write error.
-/// To be called before any thread starts: all threads inherit the blocked signals.
+/// On SIGINT, SIGTERM, SIGHUP and SIGQUIT removes what is registered below, says so in a line and lets the signal end
+/// the process; on an abort inside a library ends it with status 2. Writing to a closed pipe or past a size limit
+/// becomes an ordinary write error. To be called before any thread starts: all threads inherit the blocked signals.
 void watch_signals();
 
 /// Like mkstemp and mkdtemp: `name` ends in XXXXXX and becomes the name of what was made. That is registered, and gone

@@ -26,6 +26,10 @@ PendingFile::PendingFile(const std::string& path) : final_(path), temporary_(pat
         pending_ = false;
         return;
     }
+    // Renaming would replace a file that nobody may write to, and root may write to all.
+    constexpr mode_t kWritable = S_IWUSR | S_IWGRP | S_IWOTH;
+    if (stat(path.c_str(), &found) == 0 && ((found.st_mode & kWritable) == 0 || access(path.c_str(), W_OK) != 0))
+        throw Error(path + ": is write-protected");
     const std::filesystem::path target(path);
     temporary_ = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
     const int fd = make_temporary_file(temporary_);
@@ -52,6 +56,14 @@ void PendingFile::commit() {
 
 void check_writable(const std::string& path) {
     if (path != "-") PendingFile unused(path);
+}
+
+void refuse_same_file(const std::string& output, const std::vector<std::string>& inputs) {
+    struct stat out = {}, in = {};
+    if (output == "-" || stat(output.c_str(), &out) != 0 || !S_ISREG(out.st_mode)) return;
+    for (const std::string& input : inputs)
+        if (stat(input.c_str(), &in) == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino)
+            throw Error(output + ": is the input " + (input == output ? "itself" : input) + "; name another output");
 }
 
 OutputStream::OutputStream(const std::string& path) : label_(path == "-" ? "standard output" : path) {

@@ -29,6 +29,9 @@ private:
 /// Throws where `path` could not be written, before long work is done for it.
 void check_writable(const std::string& path);
 
+/// Throws where `output` names the same file as one of the inputs, which would destroy it.
+void refuse_same_file(const std::string& output, const std::vector<std::string>& inputs);
+
 /// A buffered byte stream into a PendingFile, or into standard output for "-". Every failure throws.
 class OutputStream {
 public:

@@ -1,6 +1,7 @@
 #include "media/clip_reader.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 extern "C" {
@@ -228,6 +229,23 @@ bool ClipReader::has_records_within(int count) {
     return std::any_of(ahead_.begin(), ahead_.end(), has_record);
 }
 
+int64_t ClipReader::pts_of(const AVFrame& frame) const {
+    const int64_t pts = frame.best_effort_timestamp;
+    if (pts != AV_NOPTS_VALUE && (last_pts_ == AV_NOPTS_VALUE || pts > last_pts_)) return pts;
+    // Raw streams carry no times: their frames follow each other at the frame rate.
+    const int64_t step = std::max<int64_t>(1, av_rescale_q(1, av_inv_q(info_.frame_rate), info_.time_base));
+    return last_pts_ == AV_NOPTS_VALUE ? 0 : last_pts_ + step;
+}
+
+double ClipReader::time_of_next() {
+    if (ahead_.empty()) {
+        FramePtr frame = decode();
+        if (!frame) return std::numeric_limits<double>::infinity();
+        ahead_.push_back(std::move(frame));
+    }
+    return static_cast<double>(pts_of(*ahead_.front()) - info_.start) * av_q2d(info_.time_base);
+}
+
 bool ClipReader::next(ClipFrame& out) {
     if (!ahead_.empty()) {
         out.frame = std::move(ahead_.front());
@@ -248,11 +266,7 @@ bool ClipReader::next(ClipFrame& out) {
                     " to " + format + "; split the clip there and convert the parts");
     out.number = number_++;
     out.record = record_of(frame);
-    // Raw streams carry no times: their frames follow each other at the frame rate.
-    const int64_t step = std::max<int64_t>(1, av_rescale_q(1, av_inv_q(info_.frame_rate), info_.time_base));
-    out.pts = frame.best_effort_timestamp;
-    if (out.pts == AV_NOPTS_VALUE || (last_pts_ != AV_NOPTS_VALUE && out.pts <= last_pts_))
-        out.pts = last_pts_ == AV_NOPTS_VALUE ? 0 : last_pts_ + step;
+    out.pts = pts_of(frame);
     last_pts_ = out.pts;
     return true;
 }

@@ -58,6 +58,9 @@ public:
     /// an error.
     bool next(ClipFrame& out);
 
+    /// When the next frame is shown, in seconds after the clip's start; infinite at the end.
+    double time_of_next();
+
     /// Looks ahead for HDR10+ in the next `count` frames, which stay to be read.
     bool has_records_within(int count);
 
@@ -73,6 +76,7 @@ private:
     bool is_cut_off(const AVPacket& last) const;
     FramePtr decode();
     FramePtr read_raw();
+    int64_t pts_of(const AVFrame& frame) const;
     void describe(const AVFrame& first);
     void describe(const RawReader& raw);
 

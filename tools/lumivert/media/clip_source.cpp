@@ -9,8 +9,6 @@ extern "C" {
 namespace lumivert::tool {
 namespace {
 
-constexpr int kFramesToLookAhead = 16;
-
 class ClipSource : public FrameSource {
 public:
     ClipSource(const std::string& path, bool as_pq) : reader_(path, std::nullopt, true) {
@@ -48,6 +46,7 @@ public:
         return advance(clip, out);
     }
 
+    double time_of_next() override { return reader_.time_of_next(); }
     void report() const override { reader_.report(); }
 
 private:

@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include "error.h"
 #include "io/png.h"
 #include "media/orientation.h"
@@ -42,7 +44,7 @@ class PngSink : public FrameSink {
 public:
     explicit PngSink(const OutputSpec& spec)
         : pattern_(spec.path), rgb_(spec.format, spec.width, spec.height, AV_PIX_FMT_RGB24, spec.colour.matrix),
-          orientation_(spec.clip.display_matrix) {}
+          orientation_(spec.clip.display_matrix), keep_(spec.keep) {}
 
     void write(const Picture& picture) override {
         if (single_)
@@ -61,13 +63,15 @@ public:
     }
 
 private:
-    static void save(const std::string& path, const AVFrame& frame) {
+    void save(const std::string& path, const AVFrame& frame) const {
+        if (keep_ && std::filesystem::exists(path)) return;
         write_png(path, frame.data[0], frame.width, frame.height, frame.linesize[0], 3);
     }
 
     NamePattern pattern_;
     PixelConverter rgb_;
     const Orientation orientation_;
+    const bool keep_;
     FramePtr single_; ///< the picture for a name without a number: written when no second one came
 };
 

@@ -36,6 +36,8 @@ public:
         return read(*scratch_, geometry, out);
     }
 
+    double time_of_next() override { return static_cast<double>(number_) * av_q2d(info_.time_base); }
+
 private:
     RawReader reader_;
     int64_t number_ = 0;

@@ -28,6 +28,7 @@ struct OutputSpec {
     double seconds = 0;        ///< how long that part is at most; 0: to the end
     std::string codec, preset; ///< video files: empty for the default
     int quality = 16;          ///< video files: constant rate factor
+    bool keep = false;         ///< a series of pictures: leave those that exist alone
 };
 
 class FrameSink {

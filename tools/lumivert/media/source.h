@@ -15,6 +15,8 @@ struct SourceFrame {
     std::optional<Record> record;
 };
 
+constexpr int kFramesToLookAhead = 16; ///< in which `has_records` looks for HDR10+
+
 class FrameSource {
 public:
     virtual ~FrameSource() = default;
@@ -23,6 +25,8 @@ public:
     virtual bool read(const Planes& p010, const Geometry& geometry, SourceFrame& out) = 0;
     /// Passes over the next frame; false at the end. `out` gets what is known of it.
     virtual bool skip(const Geometry& geometry, SourceFrame& out) = 0;
+    /// When the next frame is shown, in seconds after the clip's start. At the end any later time.
+    virtual double time_of_next() = 0;
     /// Whether HDR10+ shows up in the first frames.
     virtual bool has_records() { return false; }
     /// Warns about what was damaged or missing, once all is read.

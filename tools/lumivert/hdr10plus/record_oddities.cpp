@@ -1,0 +1,15 @@
+#include "hdr10plus/record_oddities.h"
+
+namespace lumivert::tool {
+
+std::vector<std::string> RecordOddities::lines() const {
+    std::vector<std::string> lines;
+    for (const auto& [line, where] : found_) {
+        const auto& [first, count] = where;
+        lines.push_back(line + ": " + std::to_string(count) + (count == 1 ? " frame" : " frames") + ", the first " +
+                        std::to_string(first));
+    }
+    return lines;
+}
+
+} // namespace lumivert::tool
