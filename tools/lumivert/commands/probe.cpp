@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <iostream>
 #include <map>
@@ -12,8 +14,11 @@ extern "C" {
 }
 
 #include "error.h"
+#include "hdr10plus/record_oddities.h"
 #include "io/progress.h"
 #include "media/clip_reader.h"
+#include "media/orientation.h"
+#include "media/source.h"
 #include "report.h"
 
 namespace lumivert::tool {
@@ -28,12 +33,18 @@ struct Options {
 struct Hdr10PlusSummary {
     int64_t frames = 0, with_record = 0, first = -1, with_curve = 0;
     int version = 0;
-    std::map<uint32_t, int64_t> targets;                         ///< targeted display luminance and its frames
-    std::map<std::string, std::pair<int64_t, int64_t>> oddities; ///< first frame and number of frames
+    std::map<uint32_t, int64_t> targets; ///< targeted display luminance and its frames
+    RecordOddities oddities;
     std::set<Record> distinct;
+    int64_t last_pts = AV_NOPTS_VALUE, shortest = INT64_MAX, longest = 0; ///< durations of frames, in the time base
 
     void add(const ClipFrame& frame) {
         ++frames;
+        if (last_pts != AV_NOPTS_VALUE) {
+            shortest = std::min(shortest, frame.pts - last_pts);
+            longest = std::max(longest, frame.pts - last_pts);
+        }
+        last_pts = frame.pts;
         if (!frame.record) return;
         const Record& record = *frame.record;
         if (first < 0) first = frame.number;
@@ -42,9 +53,10 @@ struct Hdr10PlusSummary {
         version = record.application_version;
         ++targets[record.display_max_luminance];
         distinct.insert(record);
-        for (const std::string& line : complaints(record))
-            ++oddities.try_emplace(line, frame.number, 0).first->second.second;
+        oddities.add(frame.number, record);
     }
+    /// Times in files are rounded; a difference that counts is larger than a tenth.
+    bool variable_rate() const { return longest > shortest + shortest / 10 + 2; }
     /// Profile B carries curves; a clip with both kinds of records follows neither profile.
     const char* profile() const { return with_curve == 0 ? "A" : with_curve == with_record ? "B" : "A and B mixed"; }
 };
@@ -64,16 +76,24 @@ std::vector<std::string> warnings_about(const ClipInfo& clip, const Hdr10PlusSum
     if (pq && clip.primaries != AVCOL_PRI_BT2020)
         lines.push_back(std::string("primaries are ") + av_color_primaries_name(clip.primaries) +
                         "; the converter assumes BT.2020");
+    if (pq && clip.matrix != AVCOL_SPC_BT2020_NCL)
+        lines.push_back(std::string("matrix is ") + av_color_space_name(clip.matrix) +
+                        "; the converter assumes bt2020nc");
     if (clip.range == AVCOL_RANGE_JPEG) lines.push_back("full range; the converter assumes limited range");
     if (pq && !fixed.has_mastering && !fixed.has_content_light && plus.with_record == 0)
         lines.push_back("PQ without any metadata");
     if (fixed.has_mastering && fixed.mastering_peak < 1)
         lines.push_back("a mastering peak of " + number(fixed.mastering_peak) + " cd/m2");
+    if (plus.with_record == 0 && fixed.mastering_peak > 4000)
+        lines.push_back("a mastering peak above 4000 cd/m2, for which convert takes the table for 1000 cd/m2");
+    if (plus.first >= kFramesToLookAhead)
+        lines.push_back("HDR10+ metadata begins with frame " + std::to_string(plus.first) + ", after the first " +
+                        std::to_string(kFramesToLookAhead) + " that convert looks at; --mode hdr10plus uses it");
     if (fixed.has_content_light && fixed.max_fall > fixed.max_cll && fixed.max_cll > 0)
         lines.push_back("MaxFALL above MaxCLL");
     if (clip.width % 2 != 0 || clip.height % 2 != 0) lines.push_back("an odd size, which cannot be converted");
-    for (const auto& [line, where] : plus.oddities)
-        lines.push_back(line + ": " + counted(where.second, "frame") + ", the first " + std::to_string(where.first));
+    for (const std::string& line : plus.oddities.lines())
+        lines.push_back(line);
     return lines;
 }
 
@@ -88,13 +108,25 @@ void print_text(const std::string& path, const ClipInfo& clip, const Hdr10PlusSu
               << "  video      " << clip.width << "x" << clip.height << ", " << counted(plus.frames, "frame") << ", "
               << number(av_q2d(clip.frame_rate)) << " frames/s, " << clip.codec << " in " << clip.container << ", "
               << clip.pixel_format << '\n'
-              << "  colour     primaries " << av_color_primaries_name(clip.primaries) << ", transfer "
+              << "  file       ";
+    if (clip.duration > 0) std::cout << number(clip.duration) << " s, ";
+    if (clip.bit_rate > 0) std::cout << number(static_cast<double>(clip.bit_rate) / 1000) << " kbit/s, ";
+    std::cout << (plus.variable_rate() ? "variable" : "constant") << " frame rate";
+    if (const int degrees = Orientation(clip.display_matrix).degrees(); degrees != 0)
+        std::cout << ", shown turned by " << degrees << " degrees";
+    std::cout << '\n';
+    for (const TrackInfo& track : clip.tracks)
+        std::cout << "  track      " << track.kind << ", " << track.codec
+                  << (track.language.empty() ? "" : ", " + track.language) << '\n';
+    if (clip.dolby_vision >= 0) std::cout << "  Dolby Vision profile " << clip.dolby_vision << ", not used\n";
+    std::cout << "  colour     primaries " << av_color_primaries_name(clip.primaries) << ", transfer "
               << av_color_transfer_name(clip.transfer) << ", matrix " << av_color_space_name(clip.matrix) << ", range "
               << range_name(clip.range) << '\n';
     std::cout << "  mastering  ";
     if (fixed.has_mastering)
         std::cout << "peak " << number(fixed.mastering_peak) << " cd/m2, black " << number(fixed.mastering_black)
-                  << " cd/m2\n";
+                  << " cd/m2" << (fixed.mastering_primaries.empty() ? "" : ", primaries " + fixed.mastering_primaries)
+                  << '\n';
     else
         std::cout << "none\n";
     std::cout << "  content    ";
@@ -128,6 +160,11 @@ void print_json(const std::string& path, const ClipInfo& clip, const Hdr10PlusSu
         {"height", clip.height},
         {"frames", plus.frames},
         {"frame_rate", av_q2d(clip.frame_rate)},
+        {"variable_frame_rate", plus.variable_rate()},
+        {"duration_s", clip.duration},
+        {"bit_rate", clip.bit_rate},
+        {"rotation", Orientation(clip.display_matrix).degrees()},
+        {"tracks", Json::array()},
         {"pixel_format", clip.pixel_format},
         {"bits", clip.depth},
         {"primaries", av_color_primaries_name(clip.primaries)},
@@ -139,8 +176,13 @@ void print_json(const std::string& path, const ClipInfo& clip, const Hdr10PlusSu
         {"hdr10plus", nullptr},
         {"warnings", warnings},
     };
+    for (const TrackInfo& track : clip.tracks)
+        document["tracks"].push_back({{"kind", track.kind}, {"codec", track.codec}, {"language", track.language}});
+    if (clip.dolby_vision >= 0) document["dolby_vision_profile"] = clip.dolby_vision;
     if (fixed.has_mastering)
-        document["mastering"] = {{"peak_cd_m2", fixed.mastering_peak}, {"black_cd_m2", fixed.mastering_black}};
+        document["mastering"] = {{"peak_cd_m2", fixed.mastering_peak},
+                                 {"black_cd_m2", fixed.mastering_black},
+                                 {"primaries", fixed.mastering_primaries}};
     if (fixed.has_content_light)
         document["content_light"] = {{"max_cll_cd_m2", fixed.max_cll}, {"max_fall_cd_m2", fixed.max_fall}};
     if (plus.with_record > 0) {
@@ -167,7 +209,9 @@ int run(const Options& options) {
             plus.add(frame);
     }
     clip.report();
-    const auto lines = warnings_about(clip.info(), plus);
+    auto lines = warnings_about(clip.info(), plus);
+    for (const std::string& line : take_warnings())
+        lines.push_back(line);
     (options.json ? print_json : print_text)(clip.path(), clip.info(), plus, lines);
     return lines.empty() ? status_so_far() : kDoneWithWarnings;
 }

@@ -40,7 +40,7 @@ Outcome convert_clip(const Request& request, FrameSource& source, std::optional<
     sink->finish();
     outcome.left_out = sink->left_out();
     source.report();
-    warn_about(request, clip, plan, outcome.tally);
+    warn_about(request, clip, plan, outcome.tally, source.loses_records());
     return outcome;
 }
 

@@ -43,7 +43,7 @@ void warn_about_luminances(const std::string& name, const Plan& plan, const Tall
              " in frames that used the default record, which is made " + "for brighter clips and darkens this one");
 }
 
-void warn_about_records(const Request& request, const Plan& plan, const Tally& tally) {
+void warn_about_records(const Request& request, const Plan& plan, const Tally& tally, bool loses_records) {
     const std::string& name = request.input;
     if (plan.mode == Mode::kStaticTable && request.mode == "auto" && tally.first_record >= 0)
         warn(name + ": HDR10+ metadata begins with frame " + std::to_string(tally.first_record) + ", after the first " +
@@ -51,7 +51,8 @@ void warn_about_records(const Request& request, const Plan& plan, const Tally& t
     if (plan.mode != Mode::kHdr10plus) return;
     const auto [own, previous, none] = tally.by_origin;
     if (plan.list.empty()) {
-        if (request.metadata != "none" && own + previous == 0) warn("there is no HDR10+ metadata in " + name);
+        if (request.metadata != "none" && own + previous == 0 && !loses_records)
+            warn("there is no HDR10+ metadata in " + name);
         for (const std::string& line : tally.oddities.lines())
             warn(name + ": " + line);
         return;
@@ -67,11 +68,12 @@ void warn_about_records(const Request& request, const Plan& plan, const Tally& t
 
 } // namespace
 
-void warn_about(const Request& request, const ClipInfo& clip, const Plan& plan, const Tally& tally) {
+void warn_about(const Request& request, const ClipInfo& clip, const Plan& plan, const Tally& tally,
+                bool loses_records) {
     if (!plan.mode) return;
     warn_about_colours(request.input, clip);
     warn_about_luminances(request.input, plan, tally);
-    warn_about_records(request, plan, tally);
+    warn_about_records(request, plan, tally, loses_records);
 }
 
 } // namespace lumivert::tool

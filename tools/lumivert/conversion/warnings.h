@@ -5,6 +5,6 @@
 
 namespace lumivert::tool {
 
-void warn_about(const Request& request, const ClipInfo& clip, const Plan& plan, const Tally& tally);
+void warn_about(const Request& request, const ClipInfo& clip, const Plan& plan, const Tally& tally, bool loses_records);
 
 } // namespace lumivert::tool

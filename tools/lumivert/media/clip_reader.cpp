@@ -1,16 +1,20 @@
 #include "media/clip_reader.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <limits>
 #include <utility>
 
 extern "C" {
+#include <libavutil/dovi_meta.h>
 #include <libavutil/hdr_dynamic_metadata.h>
 #include <libavutil/mastering_display_metadata.h>
 #include <libavutil/pixdesc.h>
 }
 
 #include "error.h"
+#include "media/av1_messages.h"
 #include "report.h"
 
 namespace lumivert::tool {
@@ -22,6 +26,40 @@ const T* side_data(const AVFrame& frame, AVFrameSideDataType type) {
     return found != nullptr ? reinterpret_cast<const T*>(found->data) : nullptr;
 }
 
+/// The name of the primaries, if they are among those that HDR masters have.
+std::string primaries_text(const AVMasteringDisplayMetadata& mastering) {
+    struct Set {
+        const char* name;
+        double red_x, red_y, green_x, green_y, blue_x, blue_y;
+    };
+    constexpr Set kSets[] = {{"bt2020", 0.708, 0.292, 0.170, 0.797, 0.131, 0.046},
+                             {"display-p3", 0.680, 0.320, 0.265, 0.690, 0.150, 0.060},
+                             {"bt709", 0.640, 0.330, 0.300, 0.600, 0.150, 0.060}};
+    double at[3][2];
+    for (int i = 0; i < 3; ++i)
+        for (int axis = 0; axis < 2; ++axis)
+            at[i][axis] = av_q2d(mastering.display_primaries[i][axis]);
+    for (const Set& set : kSets) {
+        const double wanted[3][2] = {{set.red_x, set.red_y}, {set.green_x, set.green_y}, {set.blue_x, set.blue_y}};
+        bool same = true;
+        for (int i = 0; i < 3; ++i)
+            for (int axis = 0; axis < 2; ++axis)
+                same = same && std::abs(at[i][axis] - wanted[i][axis]) < 0.002;
+        if (same) return set.name;
+    }
+    char text[120];
+    std::snprintf(text, sizeof text, "R(%.3f,%.3f) G(%.3f,%.3f) B(%.3f,%.3f)", at[0][0], at[0][1], at[1][0], at[1][1],
+                  at[2][0], at[2][1]);
+    return text;
+}
+
+TrackInfo track_info(const AVStream& stream) {
+    const char* kind = av_get_media_type_string(stream.codecpar->codec_type);
+    const AVDictionaryEntry* language = av_dict_get(stream.metadata, "language", nullptr, 0);
+    return {kind != nullptr ? kind : "data", avcodec_get_name(stream.codecpar->codec_id),
+            language != nullptr ? language->value : ""};
+}
+
 StaticMetadata static_metadata_of(const AVFrame& frame) {
     StaticMetadata result;
     if (const auto* mastering = side_data<AVMasteringDisplayMetadata>(frame, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA);
@@ -29,6 +67,7 @@ StaticMetadata static_metadata_of(const AVFrame& frame) {
         result.has_mastering = true;
         result.mastering_peak = av_q2d(mastering->max_luminance);
         result.mastering_black = av_q2d(mastering->min_luminance);
+        if (mastering->has_primaries) result.mastering_primaries = primaries_text(*mastering);
     }
     if (const auto* light = side_data<AVContentLightMetadata>(frame, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL)) {
         result.has_content_light = true;
@@ -108,6 +147,13 @@ void ClipReader::describe(const AVFrame& first) {
         info_.start = av_rescale_q(demuxer_->start_time, kMicroseconds, stream.time_base);
     info_.sample_aspect_ratio = av_guess_sample_aspect_ratio(demuxer_.get(), &stream, nullptr);
     info_.frames = frame_count(stream, *demuxer_);
+    if (demuxer_->duration > 0) info_.duration = static_cast<double>(demuxer_->duration) / AV_TIME_BASE;
+    info_.bit_rate = std::max<int64_t>(demuxer_->bit_rate, 0);
+    if (const uint8_t* data = side_data_of(stream, AV_PKT_DATA_DOVI_CONF))
+        info_.dolby_vision = reinterpret_cast<const AVDOVIDecoderConfigurationRecord*>(data)->dv_profile;
+    for (unsigned i = 0; i < demuxer_->nb_streams; ++i)
+        if (static_cast<int>(i) != stream_ && demuxer_->streams[i]->discard != AVDISCARD_ALL)
+            info_.tracks.push_back(track_info(*demuxer_->streams[i]));
     if (const uint8_t* matrix = side_data_of(stream, AV_PKT_DATA_DISPLAYMATRIX))
         info_.display_matrix.assign(reinterpret_cast<const int32_t*>(matrix),
                                     reinterpret_cast<const int32_t*>(matrix) + 9);
@@ -172,6 +218,7 @@ void ClipReader::feed_decoder() {
     const PacketPtr packet = std::exchange(next_packet_, nullptr);
     if (packet) next_packet_ = read_packet();
     if (packet && !next_packet_ && is_cut_off(*packet)) note_damage();
+    if (packet && decoder_->codec_id == AV_CODEC_ID_AV1 && carries_hdr10plus(*packet)) ++messages_;
     const int result = avcodec_send_packet(decoder_.get(), packet.get());
     if (result == AVERROR_INVALIDDATA)
         note_damage();
@@ -205,6 +252,7 @@ FramePtr ClipReader::decode() {
 }
 
 void ClipReader::report() const {
+    if (loses_records()) warn(path_ + ": this FFmpeg does not hand on the HDR10+ metadata in AV1; FFmpeg 7 does");
     const std::string reason = take_ffmpeg_errors();
     if (damaged_ == 0 && reason.empty()) return;
     std::string line = path_ + ": damaged or cut off";
@@ -266,6 +314,7 @@ bool ClipReader::next(ClipFrame& out) {
                     " to " + format + "; split the clip there and convert the parts");
     out.number = number_++;
     out.record = record_of(frame);
+    if (out.record) handed_on_ = true;
     out.pts = pts_of(frame);
     last_pts_ = out.pts;
     return true;

@@ -17,6 +17,12 @@ struct StaticMetadata {
     double mastering_peak = 0, mastering_black = 0;
     unsigned max_cll = 0, max_fall = 0;
     bool has_mastering = false, has_content_light = false;
+    std::string mastering_primaries; ///< the set's name, or coordinates of red, green, blue and white; empty: none
+};
+
+/// A track beside the picture.
+struct TrackInfo {
+    std::string kind, codec, language; ///< "audio", "aac", "eng"
 };
 
 /// What is known about a clip from its header and its first frame.
@@ -33,6 +39,10 @@ struct ClipInfo {
     int64_t frames = 0;                  ///< as the container tells or its duration suggests; 0: unknown
     std::vector<int32_t> display_matrix; ///< rotation, as players are to apply it; empty: none
     StaticMetadata static_metadata;
+    double duration = 0;   ///< seconds; 0: unknown
+    int64_t bit_rate = 0;  ///< of the whole file, bits per second; 0: unknown
+    int dolby_vision = -1; ///< its profile; -1: none
+    std::vector<TrackInfo> tracks;
     int64_t start = 0;                   ///< time of its first sample, picture or sound, in its time base
     std::shared_ptr<OtherTracks> others; ///< null where nobody asked for them
 };
@@ -64,6 +74,9 @@ public:
     /// Looks ahead for HDR10+ in the next `count` frames, which stay to be read.
     bool has_records_within(int count);
 
+    /// Whether the clip carries HDR10+ that its decoder does not hand on.
+    bool loses_records() const { return messages_ > 0 && !handed_on_; }
+
     /// Warns about data that was damaged or missing up to here.
     void report() const;
 
@@ -92,6 +105,8 @@ private:
     int64_t decoded_ = 0, damaged_ = 0;
     std::vector<int64_t> damaged_near_; ///< frames that were next when damage showed
     long errors_seen_ = 0;
+    int64_t messages_ = 0; ///< HDR10+ in packets of AV1
+    bool handed_on_ = false;
 };
 
 std::optional<Record> record_of(const AVFrame& frame);

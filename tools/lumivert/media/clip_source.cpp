@@ -47,6 +47,7 @@ public:
     }
 
     double time_of_next() override { return reader_.time_of_next(); }
+    bool loses_records() const override { return reader_.loses_records(); }
     void report() const override { reader_.report(); }
 
 private:

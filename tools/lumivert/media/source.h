@@ -29,6 +29,8 @@ public:
     virtual double time_of_next() = 0;
     /// Whether HDR10+ shows up in the first frames.
     virtual bool has_records() { return false; }
+    /// Whether the clip carries HDR10+ that its decoder does not hand on.
+    virtual bool loses_records() const { return false; }
     /// Warns about what was damaged or missing, once all is read.
     virtual void report() const {}
 };
