@@ -183,6 +183,7 @@ PlaneMemory::PlaneMemory(PlaneSource source, size_t size)
     if (fd < 0) return;
     fd_ = fcntl(fd, F_DUPFD_CLOEXEC, 3); // above 0 even where standard input is closed
     close(fd);
+    if (fd_ < 0) return;
     void* const memory = mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
     if (memory != MAP_FAILED) data_ = static_cast<uint8_t*>(memory);
 }

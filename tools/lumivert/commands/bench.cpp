@@ -40,7 +40,8 @@ Speed measure(const Size& size, Mode mode, const Environment& environment, doubl
     using Clock = std::chrono::steady_clock;
     const Geometry geometry(size.width, size.height);
     Converter converter(geometry, mode, Entry::kPool, environment);
-    const Planes in(P010_LINEAR, geometry), out(mode == Mode::kHdr10plus ? NV12 : P010_LINEAR, geometry);
+    const Planes in(P010_LINEAR, geometry, converter.plane_source());
+    const Planes out(mode == Mode::kHdr10plus ? NV12 : P010_LINEAR, geometry, converter.plane_source());
     fill_with_noise(in);
     const Record record = default_record(1000, 1000);
     const auto convert = [&] { converter.convert(in, out, &record, {1000, 1000}); };

@@ -17,7 +17,7 @@ uint32_t rounded(double value) {
 } // namespace
 
 Converter::Converter(const Geometry& geometry, Mode mode, Entry entry, const Environment& environment)
-    : mode_(mode), entry_(entry) {
+    : mode_(mode), entry_(entry), plane_source_(platform::best_source(environment.device().native_import)) {
     const bool codec2 = entry == Entry::kPool;
     ProgramCache cache(environment, codec2);
     const auto start = std::chrono::steady_clock::now();
@@ -37,6 +37,8 @@ bool Converter::convert(const Planes& in, const Planes& out, const Record* recor
     const int errors = library_errors();
     _HDR2SDR_config_params_t from = in.params(), to = out.params();
     int32_t result = 0;
+    in.pass_to_device();
+    out.pass_to_device();
     if (entry_ == Entry::kPool) {
         // In units of 0.0001 cd/m2. The library calls the second value a minimum, but uses it as a peak when it chooses
         // the default record, so it gets the mastering peak too.
@@ -49,6 +51,8 @@ bool Converter::convert(const Planes& in, const Planes& out, const Record* recor
         Record copy = record != nullptr ? *record : default_record(luminances.mastering_peak, luminances.max_cll);
         result = CL_HDR2SDR_ARM_convert(&from, &to, &copy, rounded(luminances.mastering_peak), instance_);
     }
+    in.take_back();
+    out.take_back();
     if (library_errors() != errors || (result != 1 && interval == 0)) throw Error("the conversion failed");
     return result == 1;
 }

@@ -38,6 +38,9 @@ public:
     bool convert(const Planes& in, const Planes& out, const Record* record, const Luminances& luminances,
                  int interval = 0);
 
+    /// Where its planes should come from: dma-bufs where the driver imports them itself.
+    platform::PlaneSource plane_source() const { return plane_source_; }
+
     double init_ms() const { return init_ms_; }
     /// The file with the compiled program.
     const std::string& program() const { return program_; }
@@ -45,6 +48,7 @@ public:
 private:
     Mode mode_;
     Entry entry_;
+    platform::PlaneSource plane_source_;
     void* instance_ = nullptr;
     double init_ms_ = 0;
     std::string program_;

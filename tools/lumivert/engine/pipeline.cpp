@@ -40,11 +40,13 @@ class Pipeline {
 public:
     Pipeline(FrameSource& source, const Treatment& treatment)
         : treatment_(treatment), geometry_(source.info().width, source.info().height), source_(source) {
+        const auto plane_source =
+            treatment.converter != nullptr ? treatment.converter->plane_source() : platform::PlaneSource::kSharedMemory;
         for (size_t i = 0; i < kSlotCount; ++i) {
             auto slot = std::make_unique<Slot>();
-            slot->in = std::make_unique<Planes>(P010_LINEAR, geometry_);
+            slot->in = std::make_unique<Planes>(P010_LINEAR, geometry_, plane_source);
             if (treatment.converter != nullptr && !treatment.converter->in_place())
-                slot->out = std::make_unique<Planes>(treatment.format, geometry_);
+                slot->out = std::make_unique<Planes>(treatment.format, geometry_, plane_source);
             free_.push(std::move(slot));
         }
     }

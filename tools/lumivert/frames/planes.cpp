@@ -6,7 +6,7 @@
 
 namespace lumivert::tool {
 
-Plane::Plane(size_t size) : size_(size), memory_((size + 127) / 128 * 128) {
+Plane::Plane(size_t size, platform::PlaneSource source) : size_(size), memory_(source, (size + 127) / 128 * 128) {
     if (memory_.data() == nullptr) throw system_error("memory for a frame");
 }
 
@@ -20,8 +20,8 @@ size_t plane_bytes(_Image_ColorFormat format, int index, const Geometry& geometr
 
 } // namespace
 
-Planes::Planes(_Image_ColorFormat f, const Geometry& geometry)
-    : format(f), first(plane_bytes(f, 0, geometry)), second(plane_bytes(f, 1, geometry)) {}
+Planes::Planes(_Image_ColorFormat f, const Geometry& geometry, platform::PlaneSource source)
+    : format(f), first(plane_bytes(f, 0, geometry), source), second(plane_bytes(f, 1, geometry), source) {}
 
 void fill_with_noise(const Planes& p010) {
     std::minstd_rand random(1);

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <platform/shared_memory.h>
+#include <platform/plane_memory.h>
 
 #include "frames/picture.h"
 
@@ -14,15 +14,18 @@ namespace lumivert::tool {
 class Plane {
 public:
     /// `size` bytes. The memory extends to the next multiple of 128, because imports come in that unit.
-    explicit Plane(size_t size);
+    Plane(size_t size, platform::PlaneSource source);
 
     uint8_t* data() const { return memory_.data(); }
     size_t size() const { return size_; }
+    /// From the first to the second call the device has the plane, otherwise the tool.
+    void pass_to_device() const { memory_.end_access(); }
+    void take_back() const { memory_.begin_access(); }
     _MULTIPLANE_t descriptor() const { return {memory_.descriptor(), 0, static_cast<int32_t>(size_)}; }
 
 private:
     size_t size_;
-    platform::SharedMemory memory_;
+    platform::PlaneMemory memory_;
 };
 
 /// The two planes of a frame in one of the converter's formats. RGBA uses only the first; the converter still wants a
@@ -31,7 +34,10 @@ struct Planes {
     _Image_ColorFormat format;
     Plane first, second;
 
-    Planes(_Image_ColorFormat f, const Geometry& geometry);
+    Planes(_Image_ColorFormat f, const Geometry& geometry,
+           platform::PlaneSource source = platform::PlaneSource::kSharedMemory);
+    void pass_to_device() const { first.pass_to_device(), second.pass_to_device(); }
+    void take_back() const { first.take_back(), second.take_back(); }
     _HDR2SDR_config_params_t params() const { return {format, {first.descriptor(), second.descriptor()}}; }
 };
 
