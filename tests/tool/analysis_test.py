@@ -2,7 +2,6 @@
 import csv
 import io
 import json
-import math
 import unittest
 import xml.etree.ElementTree
 
@@ -146,37 +145,6 @@ class Curve(ToolTest):
             self.assertTrue(xml.etree.ElementTree.parse("c.svg").getroot().tag.endswith("svg"))
         _, lines = self.lumivert("curve", DEMO, "--frame", "72", "-o", "c.png", status=FAILED)
         self.assertIn("has no frame 72, only 72 frames", lines)
-
-
-class Compare(ToolTest):
-    def test_differences_are_found_where_they_are(self):
-        frame = bytearray(64 * 32 * 3 // 2)
-        write("a.nv12", 3 * frame)
-        frame[64 * 10 + 20] = 7                # luma (20, 10)
-        frame[64 * 32 + 64 * 5 + 2 * 9 + 1] = 2  # Cr (9, 5)
-        write("b.nv12", bytes(len(frame)) + frame + bytes(len(frame)))
-        compare = lambda *options, **more: self.lumivert("compare", "a.nv12", "b.nv12", "--size", "64x32", *options,
-                                                          **more)
-        text, _ = compare("--json", "-o", "d.png", status=DIFFERENT)
-        result = json.loads(text)
-        self.assertEqual((result["first_differing_frame"], result["frames"]), (1, [3, 3]))
-        y, cb, cr = result["planes"]
-        self.assertEqual((y["largest_difference"], y["at"]), (7, {"frame": 1, "x": 20, "y": 10}))
-        self.assertAlmostEqual(y["psnr_db"], 10 * math.log10(255 ** 2 * 3 * 64 * 32 / 49), places=6)
-        self.assertEqual((cb["largest_difference"], cb["psnr_db"]), (0, None))
-        self.assertEqual((cr["largest_difference"], cr["at"]), (2, {"frame": 1, "x": 9, "y": 5}))
-        grey = ffmpeg("-i", "d.png", "-f", "rawvideo", "-pix_fmt", "gray", "-")
-        self.assertEqual(grey[64 * 10 + 20], 255)
-        self.assertEqual(sum(1 for value in grey if value), 2)
-        self.assertIn("frame that differs by more than 6: 1", compare("--tolerance", "6", status=DIFFERENT)[0].decode())
-        compare("--tolerance", "7", status=DONE)
-
-    def test_lengths_and_kinds_matter(self):
-        for name, size in (("a.nv12", 2), ("b.nv12", 3), ("c.p010", 2 * 2)):
-            write(name, bytes(size * 16 * 16 * 3 // 2))
-        for name, status, message in (("b.nv12", DIFFERENT, "a.nv12 has 2 frames, b.nv12 3"),
-                                      ("c.p010", FAILED, "samples differ in kind")):
-            self.assertIn(message, self.lumivert("compare", "a.nv12", name, "--size", "16x16", status=status)[1])
 
 
 class Devices(ToolTest):

@@ -17,6 +17,7 @@ constexpr Entry kCommands[] = {
     {"metadata", "Extract HDR10+ metadata as JSON", add_metadata},
     {"curve", "Draw the tone curve of a frame", add_curve},
     {"measure", "Measure the light in a clip, and compare it with its metadata", add_measure},
+    {"report", "Show in one HTML page why a clip looks as it does in SDR", add_report},
     {"compare", "Compare two pictures or clips", add_compare},
     {"bench", "Measure the converter on this machine", add_bench},
     {"devices", "List OpenCL devices", add_devices},

@@ -17,6 +17,7 @@ Command add_probe(CLI::App& app);
 Command add_metadata(CLI::App& app);
 Command add_curve(CLI::App& app);
 Command add_measure(CLI::App& app);
+Command add_report(CLI::App& app);
 Command add_compare(CLI::App& app);
 Command add_bench(CLI::App& app);
 Command add_devices(CLI::App& app);

@@ -1,270 +1,336 @@
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 
 #include <nlohmann/json.hpp>
 
 #include "commands/commands.h"
-
-extern "C" {
-#include <libavutil/pixdesc.h>
-}
-
 #include "commands/options.h"
+#include "comparison/codes.h"
+#include "comparison/pairs.h"
+#include "comparison/ssim.h"
 #include "error.h"
-#include "io/png.h"
+#include "io/output_file.h"
 #include "io/progress.h"
-#include "media/clip_reader.h"
 #include "media/pixel_converter.h"
+#include "plot/difference.h"
 #include "report.h"
 
 namespace lumivert::tool {
 namespace {
 
+using Json = nlohmann::ordered_json;
+
 struct Options {
-    std::string a, b, size, format, picture;
-    int tolerance = 0;
-    bool json = false;
+    std::string a, b, size, format, picture, untagged, device;
+    std::vector<std::string> modes;
+    int tolerance = 0, worst = 0;
+    bool json = false, csv = false;
 };
 
-/// The planar format with the same samples, so that packed and planar files compare.
-AVPixelFormat planar(AVPixelFormat format) {
-    switch (format) {
-    case AV_PIX_FMT_P010LE:
-        return AV_PIX_FMT_YUV420P10LE;
-    case AV_PIX_FMT_NV12:
-    case AV_PIX_FMT_YUVJ420P:
-        return AV_PIX_FMT_YUV420P;
-    case AV_PIX_FMT_RGBA:
-    case AV_PIX_FMT_RGB24:
-    case AV_PIX_FMT_RGB0:
-    case AV_PIX_FMT_BGRA:
-        return AV_PIX_FMT_GBRP;
-    case AV_PIX_FMT_RGB48BE:
-    case AV_PIX_FMT_RGBA64BE:
-        return AV_PIX_FMT_GBRP16LE;
-    default:
-        return format;
-    }
-}
-
-/// A side of the comparison: its frames in planes.
-class Side {
-public:
-    Side(const std::string& path, const Options& options) : reader_(path, layout(path, options)) {
-        const auto format = av_get_pix_fmt(reader_.info().pixel_format.c_str());
-        format_ = planar(format);
-        if (format_ == format) return;
-        const int width = reader_.info().width, height = reader_.info().height;
-        scaler_.reset(
-            sws_getContext(width, height, format, width, height, format_, SWS_POINT, nullptr, nullptr, nullptr));
-        if (!scaler_) throw Error(path + ": FFmpeg cannot take its " + reader_.info().pixel_format + " samples apart");
-        planes_.reset(av_frame_alloc());
-        planes_->format = format_;
-        planes_->width = width;
-        planes_->height = height;
-        check(av_frame_get_buffer(planes_.get(), 0), path);
-    }
-
-    const ClipInfo& info() const { return reader_.info(); }
-    const std::string& path() const { return reader_.path(); }
-    AVPixelFormat format() const { return format_; }
-    void report() const { reader_.report(); }
-
-    /// The next frame, or null.
-    const AVFrame* next() {
-        if (!reader_.next(clip_)) return nullptr;
-        if (!scaler_) return clip_.frame.get();
-        sws_scale(scaler_.get(), clip_.frame->data, clip_.frame->linesize, 0, planes_->height, planes_->data,
-                  planes_->linesize);
-        return planes_.get();
-    }
-
-private:
-    static std::optional<RawLayout> layout(const std::string& path, const Options& options) {
-        if (options.size.empty()) return std::nullopt;
-        const std::string extension = std::filesystem::path(path).extension().string();
-        const FormatInfo* format =
-            format_named(!options.format.empty() || extension.empty() ? options.format : extension.substr(1));
-        if (format == nullptr) throw Error(path + ": raw frames need --format nv12, p010 or rgba");
-        const Size size = parse_size(options.size);
-        return RawLayout{size.width, size.height, av_format(format->format)};
-    }
-
-    ClipReader reader_;
-    AVPixelFormat format_;
-    ScalerPtr scaler_;
-    FramePtr planes_;
-    ClipFrame clip_;
-};
-
-/// Differences of one component over all frames.
-struct Component {
-    std::string name;
-    double squares = 0, samples = 0;
-    int largest = 0, x = 0, y = 0;
-    int64_t frame = 0;
-
-    /// In dB; infinite when equal.
-    double psnr(int depth) const {
-        const double peak = std::ldexp(1.0, depth) - 1;
-        return 10 * std::log10(peak * peak * samples / squares);
-    }
-};
-
-/// What differs in one frame at each pixel: the largest difference of its components.
-struct DifferenceMap {
-    int width, height, largest = 0;
-    int64_t frame = -1;
-    std::vector<uint16_t> values;
-};
-
-int sample(const AVFrame& frame, const AVComponentDescriptor& component, int x, int y) {
-    const uint8_t* at = frame.data[component.plane] + static_cast<ptrdiff_t>(y) * frame.linesize[component.plane] +
-                        static_cast<ptrdiff_t>(x) * component.step + component.offset;
-    return component.depth > 8 ? at[0] | at[1] << 8 : at[0];
-}
-
-class Comparison {
-public:
-    Comparison(const AVPixFmtDescriptor& format, int width, int height)
-        : worst{width, height, 0, -1, {}}, format_(format), current_{width, height, 0, -1, {}} {
-        const bool rgb = (format.flags & AV_PIX_FMT_FLAG_RGB) != 0;
-        const char* names[] = {rgb ? "R" : "Y", rgb ? "G" : "Cb", rgb ? "B" : "Cr"};
-        for (int i = 0; i < std::min<int>(format.nb_components, 3); ++i)
-            components.push_back({names[i]});
-    }
-
-    void add(const AVFrame& a, const AVFrame& b, int tolerance) {
-        current_.largest = 0;
-        current_.frame = frames++;
-        current_.values.assign(static_cast<size_t>(a.width) * a.height, 0);
-        for (size_t i = 0; i < components.size(); ++i) {
-            const bool chroma = i > 0 && (format_.flags & AV_PIX_FMT_FLAG_RGB) == 0;
-            add_component(a, b, format_.comp[i], components[i], chroma ? format_.log2_chroma_w : 0,
-                          chroma ? format_.log2_chroma_h : 0);
-        }
-        if (current_.largest > tolerance && first_differing < 0) first_differing = current_.frame;
-        if (current_.largest > worst.largest) std::swap(worst, current_);
-    }
-
-    int depth() const { return format_.comp[0].depth; }
+/// What one pair of frames differs by.
+struct FrameResult {
     std::vector<Component> components;
-    int64_t frames = 0, first_differing = -1;
-    DifferenceMap worst; ///< the frame with the largest difference
-
-private:
-    void add_component(const AVFrame& a, const AVFrame& b, const AVComponentDescriptor& where, Component& component,
-                       int shift_x, int shift_y) {
-        const int width = AV_CEIL_RSHIFT(a.width, shift_x), height = AV_CEIL_RSHIFT(a.height, shift_y);
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x) {
-                const int difference = std::abs(sample(a, where, x, y) - sample(b, where, x, y));
-                if (difference == 0) continue;
-                component.squares += static_cast<double>(difference) * difference;
-                if (difference > component.largest) {
-                    component.largest = difference;
-                    component.x = x;
-                    component.y = y;
-                    component.frame = current_.frame;
-                }
-                current_.largest = std::max(current_.largest, difference);
-                uint16_t& mark = current_.values[static_cast<size_t>(y << shift_y) * a.width + (x << shift_x)];
-                mark = std::max<uint16_t>(mark, difference);
-            }
-        component.samples += static_cast<double>(width) * height;
-    }
-
-    const AVPixFmtDescriptor& format_;
-    DifferenceMap current_;
+    int largest = 0;
+    double mean = 0, high = 0, highest = 0; ///< Delta E: mean, 99 %, largest
+    double ssim = 1;
 };
 
-/// The largest difference in white.
-void draw(const std::string& path, const DifferenceMap& map) {
-    std::vector<uint8_t> pixels(static_cast<size_t>(map.width) * map.height * 3);
-    for (size_t i = 0; i < map.values.size(); ++i)
-        std::fill_n(&pixels[3 * i], 3, static_cast<uint8_t>(map.values[i] * 255 / std::max(map.largest, 1)));
-    write_png(path, pixels.data(), map.width, map.height, ptrdiff_t{3} * map.width, 3);
+/// A pair that is kept because it differs so much.
+struct Kept {
+    double mean;
+    FramePtr a, b;
+    DifferenceMap map;
+};
+
+/// Everything that is found out about two sides.
+struct Result {
+    explicit Result(const Form& form, const Kind& kind)
+        : codes(*av_pix_fmt_desc_get(form.format), kind.width, kind.height) {}
+
+    CodeComparison codes;
+    DeltaE colour;
+    std::vector<FrameResult> frames;
+    std::array<int64_t, 2> counts = {};
+    std::array<double, 2> light = {}; ///< mean over all frames, cd/m2
+    std::array<DeltaE, 2> to_source;
+    bool has_source = false;
+    std::vector<Kept> worst; ///< the first is the worst
+    std::vector<std::string> warnings;
+};
+
+std::string fixed(double value, int digits) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.*f", digits, value);
+    return text;
 }
 
-void print_text(const Comparison& result, const Options& options) {
-    char line[160];
-    for (const Component& component : result.components) {
+/// How a file without a header is laid out; nothing for others.
+std::optional<RawLayout> raw_layout(const std::string& path, const Options& options) {
+    const std::string extension = std::filesystem::path(path).extension().string();
+    const FormatInfo* by_name = extension.empty() ? nullptr : format_named(extension.substr(1));
+    const bool is_clip =
+        av_match_ext(path.c_str(), "mp4,mov,m4v,mkv,webm,ts,m2ts,mxf,avi,hevc,h265,265,h264,264,ivf,obu,av1,y4m,png,"
+                                   "jpg,jpeg,tif,tiff,bmp,webp") != 0;
+    if (options.size.empty()) {
+        if (by_name != nullptr) throw Error(path + ": raw frames need their size, such as --size 1920x1080");
+        return std::nullopt;
+    }
+    if (is_clip) return std::nullopt;
+    const FormatInfo* format = options.format.empty() ? by_name : format_named(options.format);
+    if (format == nullptr) throw Error(path + ": raw frames need --format nv12, p010 or rgba");
+    const Size size = parse_size(options.size);
+    return RawLayout{size.width, size.height, av_format(format->format)};
+}
+
+std::unique_ptr<Pairs> open_pairs(const Options& options) {
+    if (options.modes.empty()) {
+        if (options.b.empty()) throw Error("there is nothing to compare " + options.a + " with: name B, or --modes");
+        return open_files(options.a, raw_layout(options.a, options), options.b, raw_layout(options.b, options));
+    }
+    if (!options.b.empty()) throw Error("--modes compares one clip in two modes; leave out " + options.b);
+    if (options.modes.size() != 2) throw Error("--modes takes two, such as static,hdr10plus");
+    return open_modes(open_source(options.a, options.size, 25, false), options.modes[0], options.modes[1],
+                      options.device);
+}
+
+void keep_if_worst(Result& result, size_t most, FramePtr& a, FramePtr& b, double mean) {
+    if (most == 0 || (result.worst.size() == most && result.worst.back().mean >= mean)) return;
+    if (result.worst.size() == most) result.worst.pop_back();
+    const auto place =
+        std::find_if(result.worst.begin(), result.worst.end(), [mean](const Kept& kept) { return kept.mean < mean; });
+    result.worst.insert(
+        place, {mean, FramePtr(av_frame_clone(a.get())), FramePtr(av_frame_clone(b.get())), result.codes.current});
+}
+
+Result compare(Pairs& pairs, const Kind (&kinds)[2], const Form& form, const Options& options) {
+    Result result(form, kinds[0]);
+    Former former_a(kinds[0], form), former_b(kinds[1], form);
+    Ssim ssim(kinds[0].width, kinds[0].height, form.format);
+    Progress progress(std::max(kinds[0].frames, kinds[1].frames));
+    const AVFrame *raw_a = nullptr, *raw_b = nullptr;
+    while (pairs.next(raw_a, raw_b)) {
+        if (raw_a != nullptr) ++result.counts[0];
+        if (raw_b != nullptr) ++result.counts[1];
+        if (raw_a == nullptr || raw_b == nullptr) continue;
+        FramePtr a = former_a.bring(*raw_a), b = former_b.bring(*raw_b);
+        result.codes.add(*a, *b, options.tolerance);
+        ssim.add(*a, *b);
+        FrameResult frame;
+        frame.components = result.codes.latest;
+        frame.largest = result.codes.current.largest;
+        if (form.has_light) {
+            const DeltaE colour = delta_e(*a, form.encoding, *b, form.encoding);
+            frame.mean = colour.mean();
+            frame.high = colour.percentile(99);
+            frame.highest = colour.largest();
+            result.colour.add(colour);
+        }
+        if (const AVFrame* source = pairs.source()) {
+            result.has_source = true;
+            const std::array<const AVFrame*, 2> sides = {raw_a, raw_b};
+            for (size_t side = 0; side < 2; ++side) {
+                result.light[side] += mean_light(*sides[side], *kinds[side].encoding);
+                result.to_source[side].add(delta_e(*source, Encoding::kPq, *sides[side], *kinds[side].encoding));
+            }
+        }
+        keep_if_worst(result, static_cast<size_t>(options.worst), a, b, form.has_light ? frame.mean : frame.largest);
+        result.frames.push_back(std::move(frame));
+        progress.update(result.codes.frames);
+    }
+    const std::vector<double>& values = ssim.finish();
+    for (size_t i = 0; i < std::min(values.size(), result.frames.size()); ++i)
+        result.frames[i].ssim = values[i];
+    for (double& light : result.light)
+        light /= static_cast<double>(std::max<size_t>(result.frames.size(), 1));
+    return result;
+}
+
+double mean_ssim(const Result& result) {
+    double sum = 0;
+    for (const FrameResult& frame : result.frames)
+        sum += frame.ssim;
+    return result.frames.empty() ? 1 : sum / static_cast<double>(result.frames.size());
+}
+
+template <typename Less>
+int64_t extreme(const Result& result, Less less) {
+    return std::max_element(result.frames.begin(), result.frames.end(), less) - result.frames.begin();
+}
+
+void print_text(const Result& result, const Kind (&kinds)[2], const Form& form, const Options& options) {
+    const std::string size = std::to_string(kinds[0].width) + "x" + std::to_string(kinds[0].height);
+    std::cout << counted(result.codes.frames, "frame") << " of " << size << ", " << form.text << '\n';
+    if (!options.modes.empty()) std::cout << "  A is " << kinds[0].name << ", B is " << kinds[1].name << '\n';
+    char line[200];
+    for (const Component& component : result.codes.components) {
         if (component.largest == 0)
             std::snprintf(line, sizeof line, "  %-2s  identical", component.name.c_str());
         else
             std::snprintf(line, sizeof line, "  %-2s  %6.2f dB, largest difference %d at (%d, %d) of frame %ld",
-                          component.name.c_str(), component.psnr(result.depth()), component.largest, component.x,
+                          component.name.c_str(), component.psnr(result.codes.depth()), component.largest, component.x,
                           component.y, static_cast<long>(component.frame));
         std::cout << line << '\n';
     }
+    if (result.codes.worst.largest > 0) {
+        const auto lowest = extreme(result, [](const auto& x, const auto& y) { return x.ssim > y.ssim; });
+        std::cout << "  SSIM " << fixed(mean_ssim(result), 4) << ", lowest " << fixed(result.frames[lowest].ssim, 4)
+                  << " in frame " << lowest << '\n';
+        if (form.has_light) {
+            const auto most = extreme(result, [](const auto& x, const auto& y) { return x.highest < y.highest; });
+            std::cout << "  Delta E ITP: mean " << fixed(result.colour.mean(), 2) << ", 99 % below "
+                      << fixed(result.colour.percentile(99), 1) << ", largest " << fixed(result.colour.largest(), 1)
+                      << " in frame " << most << " (1 is just visible)\n";
+        }
+    }
+    if (result.has_source)
+        for (int side = 0; side < 2; ++side)
+            std::cout << "  "
+                      << "AB"[side] << ", " << kinds[side].name << ": average light " << fixed(result.light[side], 1)
+                      << " cd/m2, Delta E ITP to the source: mean " << fixed(result.to_source[side].mean(), 1) << '\n';
     const std::string beyond = options.tolerance > 0 ? " by more than " + std::to_string(options.tolerance) : "";
-    if (result.first_differing < 0)
+    if (result.codes.first_differing < 0)
         std::cout << "  no frame differs" << beyond << '\n';
     else
-        std::cout << "  first frame that differs" << beyond << ": " << result.first_differing << '\n';
-    if (!options.picture.empty() && result.worst.frame >= 0)
-        std::cout << "  " << options.picture << " shows frame " << result.worst.frame << "; white is a difference of "
-                  << result.worst.largest << '\n';
+        std::cout << "  first frame that differs" << beyond << ": " << result.codes.first_differing << '\n';
+    if (!options.picture.empty() && result.codes.worst.frame >= 0)
+        std::cout << "  " << options.picture << " shows frame " << result.codes.worst.frame
+                  << "; its largest difference is " << result.codes.worst.largest << '\n';
 }
 
-void print_json(const Comparison& result, const std::array<int64_t, 2>& frames) {
-    nlohmann::ordered_json planes = nlohmann::ordered_json::array();
-    for (const Component& c : result.components) {
-        nlohmann::ordered_json plane = {{"plane", c.name}, {"largest_difference", c.largest}, {"psnr_db", nullptr}};
+Json frame_json(const FrameResult& frame, size_t number, const Result& result, const Form& form) {
+    Json json = {{"frame", number}, {"largest_difference", frame.largest}, {"psnr_db", Json::object()}};
+    for (const Component& c : frame.components)
+        json["psnr_db"][c.name] = c.largest > 0 ? Json(c.psnr(result.codes.depth())) : Json();
+    json["ssim"] = frame.ssim;
+    if (form.has_light)
+        json["delta_e_itp"] = {{"mean", frame.mean}, {"percentile_99", frame.high}, {"largest", frame.highest}};
+    return json;
+}
+
+void print_json(const Result& result, const Kind (&kinds)[2], const Form& form, const Options& options) {
+    Json planes = Json::array(), list = Json::array();
+    for (const Component& c : result.codes.components) {
+        Json plane = {{"plane", c.name}, {"largest_difference", c.largest}, {"psnr_db", nullptr}};
         if (c.largest > 0) {
-            plane["psnr_db"] = c.psnr(result.depth());
+            plane["psnr_db"] = c.psnr(result.codes.depth());
             plane["at"] = {{"frame", c.frame}, {"x", c.x}, {"y", c.y}};
         }
         planes.push_back(plane);
     }
-    nlohmann::ordered_json document = {
-        {"frames", frames}, {"bits", result.depth()}, {"planes", planes}, {"first_differing_frame", nullptr}};
-    if (result.first_differing >= 0) document["first_differing_frame"] = result.first_differing;
-    std::cout << document.dump(2) << '\n';
+    for (size_t i = 0; i < result.frames.size(); ++i)
+        list.push_back(frame_json(result.frames[i], i, result, form));
+    Json document = {{"a", kinds[0].name},
+                     {"b", kinds[1].name},
+                     {"form", form.text},
+                     {"frames", result.counts},
+                     {"bits", result.codes.depth()},
+                     {"tolerance", options.tolerance},
+                     {"planes", planes},
+                     {"ssim", mean_ssim(result)},
+                     {"delta_e_itp", nullptr},
+                     {"first_differing_frame", nullptr}};
+    if (form.has_light)
+        document["delta_e_itp"] = {{"mean", result.colour.mean()},
+                                   {"percentile_99", result.colour.percentile(99)},
+                                   {"largest", result.colour.largest()}};
+    if (result.codes.first_differing >= 0) document["first_differing_frame"] = result.codes.first_differing;
+    if (result.has_source)
+        for (int side = 0; side < 2; ++side)
+            document["sides"].push_back({{"name", kinds[side].name},
+                                         {"average_light_cd_m2", result.light[side]},
+                                         {"mean_delta_e_itp_to_source", result.to_source[side].mean()}});
+    document["warnings"] = result.warnings;
+    document["each_frame"] = list;
+    std::cout << document.dump(1) << '\n';
+}
+
+void print_csv(const Result& result, const Form& form) {
+    std::string text = "frame,largest_difference";
+    for (const Component& c : result.codes.components)
+        text += ",psnr_" + c.name;
+    text += ",ssim,delta_e_mean,delta_e_p99,delta_e_largest\n";
+    for (size_t i = 0; i < result.frames.size(); ++i) {
+        const FrameResult& frame = result.frames[i];
+        text += std::to_string(i) + "," + std::to_string(frame.largest);
+        for (const Component& c : frame.components)
+            text += "," + (c.largest > 0 ? fixed(c.psnr(result.codes.depth()), 3) : "inf");
+        text += "," + fixed(frame.ssim, 6);
+        text += form.has_light ? "," + fixed(frame.mean, 3) + "," + fixed(frame.high, 2) + "," + fixed(frame.highest, 2)
+                               : ",,,";
+        text += "\n";
+    }
+    std::cout << text;
+}
+
+/// "out.png" as "out-worst-1.png".
+std::string worst_name(const std::string& picture, size_t place) {
+    const std::filesystem::path path(picture);
+    return (path.parent_path() / (path.stem().string() + "-worst-" + std::to_string(place) + ".png")).string();
+}
+
+void draw_worst(const Result& result, const Kind (&kinds)[2], const Form& form, const Options& options) {
+    for (size_t i = 0; i < result.worst.size(); ++i) {
+        const Kept& kept = result.worst[i];
+        FramePtr shown[2];
+        for (int side = 0; side < 2; ++side) {
+            Kind kind = kinds[side];
+            kind.format = form.format;
+            shown[side] = Former(kind, {Form::kRgb, AV_PIX_FMT_RGB24, form.encoding, true, ""})
+                              .bring(side == 0 ? *kept.a : *kept.b);
+        }
+        draw_side_by_side(worst_name(options.picture, i + 1), kinds[0].name, *shown[0], kinds[1].name, *shown[1],
+                          form.has_light ? "mean Delta E ITP " + fixed(kept.mean, 2) : "largest difference", kept.map);
+    }
+}
+
+void check_outputs(const Options& options) {
+    if (options.json && options.csv) throw Error("--json and --csv both go to standard output; choose one");
+    if (options.worst > 0 && options.picture.empty())
+        throw Error("--worst numbers its pictures after -o, such as -o difference.png");
+    if (options.picture.empty()) return;
+    if (std::filesystem::path(options.picture).extension() != ".png")
+        throw Error(options.picture + ": differences are drawn as .png");
+    check_writable(options.picture);
 }
 
 int run(const Options& options) {
-    Side a(options.a, options), b(options.b, options);
-    const auto size = [](const Side& side) {
-        return std::to_string(side.info().width) + "x" + std::to_string(side.info().height);
-    };
-    if (size(a) != size(b)) throw Error("sizes differ: " + a.path() + " " + size(a) + ", " + b.path() + " " + size(b));
-    if (a.format() != b.format())
-        throw Error("samples differ in kind: " + a.path() + " has " + a.info().pixel_format + ", " + b.path() + " " +
-                    b.info().pixel_format);
-    const AVPixFmtDescriptor& format = *av_pix_fmt_desc_get(a.format());
-    if ((format.flags &
-         (AV_PIX_FMT_FLAG_BE | AV_PIX_FMT_FLAG_BITSTREAM | AV_PIX_FMT_FLAG_PAL | AV_PIX_FMT_FLAG_FLOAT)) != 0)
+    check_outputs(options);
+    const auto pairs = open_pairs(options);
+    Kind kinds[2] = {pairs->kind(0), pairs->kind(1)};
+    const auto size = [](const Kind& kind) { return std::to_string(kind.width) + "x" + std::to_string(kind.height); };
+    if (size(kinds[0]) != size(kinds[1]))
+        throw Error("sizes differ: " + kinds[0].name + " " + size(kinds[0]) + ", " + kinds[1].name + " " +
+                    size(kinds[1]));
+    if (!options.untagged.empty())
+        for (Kind& kind : kinds)
+            if (!kind.encoding) kind.encoding = options.untagged == "pq" ? Encoding::kPq : Encoding::kSdr;
+    const Form form = common_form(kinds[0], kinds[1]);
+    constexpr uint64_t kNotCompared =
+        AV_PIX_FMT_FLAG_BE | AV_PIX_FMT_FLAG_BITSTREAM | AV_PIX_FMT_FLAG_PAL | AV_PIX_FMT_FLAG_FLOAT;
+    if (const AVPixFmtDescriptor& format = *av_pix_fmt_desc_get(form.format); (format.flags & kNotCompared) != 0)
         throw Error(std::string("pictures of ") + format.name + " cannot be compared");
 
-    Comparison result(format, a.info().width, a.info().height);
-    std::array<int64_t, 2> frames = {};
-    {
-        Progress progress(a.info().frames);
-        const AVFrame *from_a = a.next(), *from_b = b.next();
-        while (from_a != nullptr || from_b != nullptr) {
-            if (from_a != nullptr && from_b != nullptr) result.add(*from_a, *from_b, options.tolerance);
-            if (from_a != nullptr) ++frames[0], from_a = a.next();
-            if (from_b != nullptr) ++frames[1], from_b = b.next();
-            progress.update(result.frames);
-        }
+    Result result = compare(*pairs, kinds, form, options);
+    pairs->report();
+    if (result.counts[0] != result.counts[1]) {
+        result.warnings.push_back(kinds[0].name + " has " + counted(result.counts[0], "frame") + ", " + kinds[1].name +
+                                  " " + std::to_string(result.counts[1]));
+        warn(result.warnings.back());
     }
-    a.report();
-    b.report();
-    if (!options.picture.empty() && result.worst.frame >= 0) draw(options.picture, result.worst);
-    if (options.json) {
-        print_json(result, frames);
-    } else {
-        std::cout << counted(result.frames, "frame") << " of " << size(a) << ", " << format.name << '\n';
-        print_text(result, options);
-    }
-    if (frames[0] != frames[1])
-        warn(a.path() + " has " + counted(frames[0], "frame") + ", " + b.path() + " " + std::to_string(frames[1]));
-    return result.first_differing >= 0 ? kDoneWithWarnings : status_so_far();
+    if (!options.picture.empty() && result.codes.worst.frame >= 0)
+        draw_difference(options.picture, "A: " + kinds[0].name + ", B: " + kinds[1].name, result.codes.worst);
+    draw_worst(result, kinds, form, options);
+    if (options.json)
+        print_json(result, kinds, form, options);
+    else if (options.csv)
+        print_csv(result, form);
+    else
+        print_text(result, kinds, form, options);
+    return result.codes.first_differing >= 0 ? kDoneWithWarnings : status_so_far();
 }
 
 } // namespace
@@ -273,14 +339,26 @@ Command add_compare(CLI::App& app) {
     auto options = std::make_shared<Options>();
     Options& o = *options;
     app.add_option("A", o.a, "a clip, a picture, or raw frames with --size")->required();
-    app.add_option("B", o.b, "what to compare it with")->required();
-    app.add_option("--size", o.size, "A and B are raw frames of this size");
+    app.add_option("B", o.b, "what to compare it with");
+    app.add_option("--modes", o.modes,
+                   "compares A, a PQ clip, converted in two modes: auto, static, hdr10plus, default (hdr10plus without "
+                   "the clip's records), or none (the source)")
+        ->delimiter(',')
+        ->check(CLI::IsMember({"auto", "static", "hdr10plus", "default", "none"}));
+    app.add_option("--size", o.size, "the size of raw frames");
     app.add_option("--format", o.format, "of raw frames, unless their extension tells: nv12, p010 or rgba");
+    app.add_option("--untagged", o.untagged, "what samples without colour tags are: pq or sdr")
+        ->check(CLI::IsMember({"pq", "sdr"}));
     app.add_option("--tolerance", o.tolerance, "differences up to this count as none")->check(CLI::Range(0, 65535));
     app.add_option("-o,--output", o.picture, "draws the frame with the largest difference, as a PNG");
+    app.add_option("--worst", o.worst, "draws the N worst frames side by side as well, beside the file of -o")
+        ->check(CLI::Range(1, 20));
     app.add_flag("--json", o.json, "one JSON document");
-    app.footer("Exit status 1 tells of a difference.\n\nExample:\n"
-               "  lumivert compare old.nv12 new.nv12 --size 1920x1080 --tolerance 1 -o difference.png");
+    app.add_flag("--csv", o.csv, "a line of numbers for every frame");
+    app.add_option("--device", o.device, "for --modes: part of an OpenCL device's name or number");
+    app.footer("Exit status 1 tells of a difference.\n\nExamples:\n"
+               "  lumivert compare old.nv12 new.nv12 --size 1920x1080 --tolerance 1 -o difference.png\n"
+               "  lumivert compare clip.mp4 --modes auto,static");
     return [options] { return run(*options); };
 }
 

@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "commands/commands.h"
+#include "commands/cube.h"
 #include "commands/options.h"
 #include "engine/converter.h"
 #include "error.h"
@@ -18,8 +19,9 @@ namespace lumivert::tool {
 namespace {
 
 struct Options {
-    std::string input, output;
+    std::string input, output, device;
     int64_t frame = 0;
+    int lut_size = 33;
     unsigned target = 250;
     bool all = false;
 };
@@ -73,8 +75,13 @@ std::string csv(const std::vector<FrameCurve>& curves) {
 
 int run(const Options& options) {
     const std::string kind = std::filesystem::path(options.output).extension().string();
+    if (kind == ".cube") {
+        if (options.all) throw Error(options.output + ": a LUT holds one frame; choose it with --frame");
+        write_cube(options.input, options.frame, options.lut_size, options.device, options.output);
+        return status_so_far();
+    }
     if (kind != ".png" && kind != ".svg" && kind != ".csv")
-        throw Error(options.output + ": a curve is written as .png, .svg or .csv");
+        throw Error(options.output + ": a curve is written as .png, .svg, .csv or .cube");
     const auto frames =
         read_records(options.input, options.all ? std::numeric_limits<int64_t>::max() - 1 : options.frame);
     std::vector<FrameCurve> curves;
@@ -100,12 +107,16 @@ Command add_curve(CLI::App& app) {
     auto options = std::make_shared<Options>();
     Options& o = *options;
     app.add_option("INPUT", o.input, "a clip, or HDR10+ metadata as a .json file")->required();
-    app.add_option("-o,--output", o.output, "a .png, .svg or .csv file")->required();
+    app.add_option("-o,--output", o.output, "a .png, .svg or .csv file; or a 3D LUT as .cube")->required();
     app.add_option("--frame", o.frame, "which frame, counted from 0")->check(CLI::NonNegativeNumber);
     app.add_flag("--all", o.all, "all frames, as a strip over time");
     app.add_option("--target", o.target, "peak of the display in cd/m2; the converter's is 250")
         ->check(CLI::Range(200, 10000));
+    app.add_option("--lut-size", o.lut_size, "points along each axis of a .cube: 17, 33 or 65")
+        ->check(CLI::IsMember({17, 33, 65}));
+    app.add_option("--device", o.device, "for a .cube: part of an OpenCL device's name or number");
     app.footer("Examples:\n  lumivert curve clip.mp4 --frame 12 -o curve.png\n"
+               "  lumivert curve clip.mp4 --frame 12 -o look.cube\n"
                "  lumivert curve clip.json --all -o curves.svg");
     return [options] { return run(*options); };
 }

@@ -1,0 +1,18 @@
+/// What is odd about a clip, in words, and what to do about it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "light/clip_light.h"
+
+namespace lumivert::tool {
+
+struct Advice {
+    std::string what, what_to_do;
+};
+
+std::vector<Advice> advice_for(const ClipInfo& clip, const ClipLight& light,
+                               const std::vector<Disagreement>& disagreements);
+
+} // namespace lumivert::tool

@@ -1,0 +1,30 @@
+/// The report as one HTML page that needs nothing but itself.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "html_report/advice.h"
+#include "html_report/scenes.h"
+#include "html_report/stills.h"
+
+namespace lumivert::tool {
+
+struct ReportContent {
+    std::string path, size; ///< of the clip, as given on the command line; `size` of raw frames
+    ClipInfo clip;
+    ClipLight light;
+    std::vector<Disagreement> disagreements;
+    std::vector<Advice> advice;
+    std::vector<Scene> scenes;
+    std::vector<Jump> jumps;
+    std::vector<Still> stills;
+    bool fixed_table = false; ///< what mode auto uses
+    Record fallback = {};     ///< for frames before the first record
+    size_t most_bytes = 0;    ///< for the page
+};
+
+/// Fewer stills where the page would be too large; it then says so.
+std::string report_page(const ReportContent& content);
+
+} // namespace lumivert::tool
