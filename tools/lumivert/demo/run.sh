@@ -34,6 +34,8 @@ for scene in 6:room 36:sky 60:night; do
 done
 "$tool" curve "$clip" --frame 36 -o clip-curve.png
 "$tool" curve "$clip" --all -o clip-curves-over-time.png
+# Status 1: the page has warnings, which the clip deserves.
+"$tool" report "$clip" -o clip-report.html 2>/dev/null || [ $? -eq 1 ]
 
 say "2. A PQ test frame through the fixed table for masters up to 1000 cd/m2, 24 times over
 through each of the library's entry points."
@@ -55,6 +57,7 @@ cat <<'END'
   clip-{room,sky,night}-{before,after}.png    a frame of each scene: the PQ signal as it is, and converted
   clip-curve.png                              the tone curve of frame 36, the sun at its highest
   clip-curves-over-time.png                   how the curve follows the scenes
+  clip-report.html                            all about the clip in one page, for a browser
   clip-hdr10plus.json                         the records, as other HDR10+ tools read them
   frame-before.png, frame-after.png           the test frame: flat as PQ, with contrast and colour as SDR
   frame-pq.p010, frame-sdr.p010               its samples, raw P010
