@@ -230,7 +230,8 @@ def targets():
     yield "a whole clip / FFmpeg zscale+tonemap, processor seconds", 0.85, clips("processor")
     yield "curve and table on the host, µs", 10, lambda doc: max(
         us for name, us in doc["host_us"].items() if name.startswith("curve_and_table"))
-    yield "init from the cached program / from source", 0.01, lambda doc: doc["init_ms"]["cached"] / doc["init_ms"]["cold"]
+    yield ("init from the cached program / from source", 0.01,
+           lambda doc: doc["init_ms"]["cached"] / doc["init_ms"]["cold"])
     # The allocator may take another page or two.
     yield "memory growth over 5000 frames, KiB", 64, lambda doc: max(doc["memory_growth_kib"].values())
 

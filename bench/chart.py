@@ -21,7 +21,7 @@ def panel(title, bars, top):
         label, colour = label_and_colour(name)
         out += [f'<text x="{LEFT - 8}" y="{middle}" text-anchor="end">{escape(label)}</text>',
                 f'<rect x="{LEFT}" y="{y}" width="{max(1.0, ms * scale):.1f}" height="{BAR}" fill="{colour}"/>',
-                f'<text x="{LEFT + ms * scale + 6:.1f}" y="{middle}">{ms:.3g} ms</text>']
+                f'<text x="{LEFT + ms * scale + 6:.1f}" y="{middle}">{f"{ms:.0f}" if ms >= 100 else f"{ms:.3g}"} ms</text>']
         y += ROW
     return out, y + 10
 

@@ -33,8 +33,8 @@ CLIP_FRAMES = 112
 CLIP = ["-f", "lavfi", "-i", "testsrc2=size=1920x1080:rate=24,format=yuv420p10le,"
         "lutyuv=y=64+(val-64)*0.62:u=512+(val-512)*0.5:v=512+(val-512)*0.5,noise=c0s=4:c0f=t+u",
         "-frames:v", str(CLIP_FRAMES), "-c:v", "libx265", "-preset", "superfast", "-crf", "16", "-x265-params",
-        "log-level=error:hdr10=1:colorprim=bt2020:transfer=smpte2084:colormatrix=bt2020nc:range=limited:max-cll=1000,400:"
-        "master-display=G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", "clip.mp4"]
+        "log-level=error:hdr10=1:colorprim=bt2020:transfer=smpte2084:colormatrix=bt2020nc:range=limited:"
+        "max-cll=1000,400:master-display=G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", "clip.mp4"]
 ENCODER = ["-c:v", "libx264", "-preset", "veryfast", "-crf", "16"]  # as `lumivert convert` has them
 
 
@@ -163,7 +163,7 @@ def clip_commands(lumivert):
     def ffmpeg(filters, options=()):
         return ["ffmpeg", "-v", "error", "-y", *options, "-i", "clip.mp4", "-vf", filters, *ENCODER, "out.mp4"]
 
-    upload = f"format=p010le,hwupload,libplacebo=format=nv12:colorspace=bt709:color_primaries=bt709:color_trc=bt709{LEAN}"
+    upload = "format=p010le,hwupload,libplacebo=format=nv12:colorspace=bt709:color_primaries=bt709:color_trc=bt709" + LEAN
     return {"FFmpeg, no tone mapping": ffmpeg("format=yuv420p"),
             "FFmpeg zscale+tonemap": ffmpeg(ZSCALE),
             "FFmpeg libplacebo, lean": ffmpeg(f"{upload},hwdownload,format=nv12", VULKAN),

@@ -36,7 +36,7 @@ __kernel void process_hdr_to_sdr_1000_inout(__global ushort* inp_y, __global ush
     __global uint* const outY1 = (__global uint*)(out_y + idxY10);
     const uint iY0 = *inY0;
     const uint iY1 = *inY1;
-    // Fast: a pair of entries is one word, which CPU devices gather for 16 work-items at once; 16-bit words they do not.
+    // Fast: CPU devices gather 32-bit words, here two entries, for 16 work-items at once, but not 16-bit words.
     constant const uint* const pairs = (constant const uint*)lookup;
     const uint oY00 = pairs[iY0 >> 7 & 511] >> (iY0 >> 2 & 16) & 0xffff;
     const uint oY01 = pairs[iY0 >> 23] >> (iY0 >> 18 & 16) & 0xffff;
