@@ -1,7 +1,9 @@
 #include "commands/options.h"
 
+#include <charconv>
 #include <filesystem>
-#include <regex>
+#include <optional>
+#include <string_view>
 
 extern "C" {
 #include <libavutil/parseutils.h>
@@ -10,11 +12,35 @@ extern "C" {
 #include "error.h"
 
 namespace lumivert::tool {
+namespace {
+
+/// Takes a decimal number of at most `most` off the front of `text`; nothing if there is none.
+std::optional<int64_t> take_number(std::string_view& text, int64_t most) {
+    int64_t value = 0;
+    if (text.empty() || text[0] == '-') return std::nullopt;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || value > most) return std::nullopt;
+    text.remove_prefix(static_cast<size_t>(end - text.data()));
+    return value;
+}
+
+bool take(std::string_view& text, char c) {
+    const bool found = !text.empty() && text[0] == c;
+    if (found) text.remove_prefix(1);
+    return found;
+}
+
+} // namespace
+
 Size parse_size(const std::string& text) {
-    static const std::regex form("([0-9]{1,9})x([0-9]{1,9})");
-    std::smatch parts;
-    if (!std::regex_match(text, parts, form)) throw Error("--size " + text + ": a size is written as 1920x1080");
-    const Size size = {std::stoi(parts[1]), std::stoi(parts[2])};
+    constexpr int64_t kMost = 999'999'999;
+    std::string_view rest = text;
+    const auto width = take_number(rest, kMost);
+    const bool cross = take(rest, 'x');
+    const auto height = take_number(rest, kMost);
+    if (!width || !cross || !height || !rest.empty())
+        throw Error("--size " + text + ": a size is written as 1920x1080");
+    const Size size = {static_cast<int>(*width), static_cast<int>(*height)};
     for (int side : {size.width, size.height}) {
         if (side == 0 || side % 2 != 0)
             throw Error("--size " + text + ": 4:2:0 frames have even sizes above 0, not " + std::to_string(side));
@@ -26,13 +52,15 @@ Size parse_size(const std::string& text) {
 FrameRange parse_frames(const std::string& text) {
     FrameRange range;
     if (text.empty()) return range;
-    static const std::regex form("([0-9]{1,15})(-([0-9]{1,15})?)?");
-    std::smatch parts;
-    if (!std::regex_match(text, parts, form))
+    constexpr int64_t kMost = 999'999'999'999'999;
+    std::string_view rest = text;
+    const auto first = take_number(rest, kMost);
+    const bool dash = take(rest, '-');
+    const auto last = dash ? take_number(rest, kMost) : first;
+    if (!first || !rest.empty())
         throw Error("--frames " + text + ": frames are written as 10-19, 10- or 10, counted from 0");
-    range.first = std::stoll(parts[1]);
-    if (!parts[2].matched) range.last = range.first;
-    if (parts[3].matched) range.last = std::stoll(parts[3]);
+    range.first = *first;
+    if (last) range.last = *last;
     if (range.last < range.first) throw Error("--frames " + text + ": the last frame comes before the first");
     return range;
 }
