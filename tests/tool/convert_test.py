@@ -1,6 +1,7 @@
 """Conversions as a user runs them, compared with known values, with each other, and with what FFmpeg sees in them."""
 import csv
 import unittest
+import unittest.mock
 
 from lumivert_tool import *
 
@@ -176,6 +177,46 @@ class Outputs(ToolTest):
         for time, expected in zip(after, before, strict=True):
             self.assertAlmostEqual(time, expected, delta=1e-3)
         self.assertEqual(*told)
+
+    def test_other_tracks_come_along_and_no_hdr_stays(self):
+        write("s.srt", b"1\n00:00:01,200 --> 00:00:02,500\nHello\n")
+        write("c.txt", b";FFMETADATA1\ntitle=A title\n[CHAPTER]\nTIMEBASE=1/1000\nSTART=1000\nEND=3000\ntitle=Two\n")
+        ffmpeg("-i", DEMO, "-f", "lavfi", "-i", "sine=d=3", "-i", "s.srt", "-i", "c.txt", "-map", "0:v", "-map", "1:a",
+               "-map", "2:s", "-map_metadata", "3", "-map_chapters", "3", "-c:v", "copy", "-c:a", "aac", "-c:s", "srt",
+               "-metadata:s:a", "language=deu", "-attach", "c.txt", "-metadata:s:t", "mimetype=text/plain", "in.mkv")
+        for name, kinds, left_out in (("out.mkv", ["video", "audio", "subtitle", "attachment"], None),
+                                      ("out.mp4", ["video", "audio"], "not copied: subtitle track 2 (subrip), attachment")):
+            lines = self.convert("in.mkv", name, "--from", "1", "--to", "00:00:02")
+            self.assertIn(left_out or "24 frames", lines)
+            told = json.loads(subprocess.run(["ffprobe", "-v", "error", "-show_streams", "-show_chapters", "-show_format",
+                                              "-of", "json", name], check=True, stdout=subprocess.PIPE).stdout)
+            streams = [s for s in told["streams"] if s["codec_type"] != "data"]  # MP4 keeps chapters in one
+            self.assertEqual([s["codec_type"] for s in streams], kinds)
+            self.assertEqual((streams[1]["tags"]["language"], told["format"]["tags"]["title"]), ("deu", "A title"))
+            self.assertEqual([c["tags"]["title"] for c in told["chapters"]], ["Two"])
+            self.assertLess(abs(float(streams[0]["start_time"])), 0.05)  # the part begins at 0
+            self.assertLess(float(told["format"]["duration"]), 1.6)
+            sides = {d["side_data_type"] for f in ffprobe(name, "frames") for d in f.get("side_data_list", [])}
+            self.assertFalse([s for s in sides if "HDR" in s or "Mastering" in s or "light" in s], sides)
+
+    def test_short_clips_do_not_depend_on_what_memory_held(self):
+        """x265 takes the decode times of one or two pictures from memory it never set; glibc fills it on request."""
+        for fill in ("1", "254"):
+            with unittest.mock.patch.dict(os.environ, MALLOC_PERTURB_=fill):
+                for frames in (1, 2, 3):
+                    write("in.p010", bytes(frames * 64 * 64 * 3))
+                    for name, rate in (("out.mp4", "1000"), ("out.mkv", "25")):
+                        self.convert("in.p010", name, "--size", "64x64", "--mode", "static", "--rate", rate)
+                        self.assertEqual(len(ffprobe(name, "packets")), frames)
+
+    def test_many_clips_in_one_go(self):
+        ffmpeg("-i", DEMO, "-frames:v", "3", "-c", "copy", "a.mp4")
+        ffmpeg("-i", DEMO, "-frames:v", "2", "-c", "copy", "b.mkv")
+        text, lines = self.lumivert("convert", "a.mp4", "missing.mp4", "b.mkv", "-o", "out/", "--json", status=FAILED)
+        self.assertEqual(sorted(os.listdir("out")), ["a.mp4", "b.mkv"])
+        self.assertEqual([c["status"] for c in json.loads(text)["clips"]], [DONE, FAILED, DONE])
+        self.assertEqual(lines.count("\n"), 3)
+        self.assertIn("exists already", self.convert("a.mp4", "out/a.mp4", "-n"))
 
 
 if __name__ == "__main__":

@@ -52,7 +52,13 @@ class BadInput(ToolTest):
         for target, message in (("missing/out.mp4", "missing/out.mp4: No such file"), ("out.xyz", "no writer for this"),
                                 ("out.png", "out.png: holds one frame")):
             self.assertIn(message, self.convert(DEMO, target, "--frames", "0-1", status=FAILED))
-            self.assertOnlyFiles(*before)
+            self.assertIn("is the input itself", self.convert("sdr.mp4", "sdr.mp4", status=FAILED))
+        os.chmod("sdr.mp4", 0o444)
+        self.assertIn("sdr.mp4: is write-protected", self.convert(DEMO, "sdr.mp4", status=FAILED))
+        self.assertIn("--preset: nosuch not in",
+                      self.convert(DEMO, "out.mp4", "--preset", "nosuch", status=FAILED))
+        self.assertIn("no command convrt", self.lumivert("convrt", status=FAILED)[1])
+        self.assertOnlyFiles(*before)
 
     def test_damaged_clips_give_what_is_whole_and_a_warning(self):
         data = read(DEMO)

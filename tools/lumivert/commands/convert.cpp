@@ -180,7 +180,9 @@ Command add_convert(CLI::App& app) {
     app.add_option("--device", o.device, "part of an OpenCL device's name or number; see 'lumivert devices'");
     app.add_option("--codec", r.codec, "h264 or hevc; default: h264 for 8 bits, hevc for 10")
         ->check(CLI::IsMember({"h264", "hevc"}));
-    app.add_option("--preset", r.preset, "encoder preset, default: veryfast");
+    app.add_option("--preset", r.preset, "encoder preset, default: veryfast")
+        ->check(CLI::IsMember({"ultrafast", "superfast", "veryfast", "faster", "fast", "medium", "slow", "slower",
+                               "veryslow", "placebo"}));
     app.add_option("--quality", r.quality, "constant rate factor of the encoder, 0 is best")
         ->check(CLI::Range(0, 51))
         ->capture_default_str();

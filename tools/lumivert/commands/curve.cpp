@@ -74,6 +74,7 @@ std::string csv(const std::vector<FrameCurve>& curves) {
 }
 
 int run(const Options& options) {
+    refuse_same_file(options.output, {options.input});
     const std::string kind = std::filesystem::path(options.output).extension().string();
     if (kind == ".cube") {
         if (options.all) throw Error(options.output + ": a LUT holds one frame; choose it with --frame");
@@ -108,12 +109,16 @@ Command add_curve(CLI::App& app) {
     Options& o = *options;
     app.add_option("INPUT", o.input, "a clip, or HDR10+ metadata as a .json file")->required();
     app.add_option("-o,--output", o.output, "a .png, .svg or .csv file; or a 3D LUT as .cube")->required();
-    app.add_option("--frame", o.frame, "which frame, counted from 0")->check(CLI::NonNegativeNumber);
+    app.add_option("--frame", o.frame, "which frame, counted from 0")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
     app.add_flag("--all", o.all, "all frames, as a strip over time");
     app.add_option("--target", o.target, "peak of the display in cd/m2; the converter's is 250")
-        ->check(CLI::Range(200, 10000));
+        ->check(CLI::Range(200, 10000))
+        ->capture_default_str();
     app.add_option("--lut-size", o.lut_size, "points along each axis of a .cube: 17, 33 or 65")
-        ->check(CLI::IsMember({17, 33, 65}));
+        ->check(CLI::IsMember({17, 33, 65}))
+        ->capture_default_str();
     app.add_option("--device", o.device, "for a .cube: part of an OpenCL device's name or number");
     app.footer("Examples:\n  lumivert curve clip.mp4 --frame 12 -o curve.png\n"
                "  lumivert curve clip.mp4 --frame 12 -o look.cube\n"

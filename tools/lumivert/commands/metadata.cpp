@@ -14,6 +14,7 @@ struct Options {
 };
 
 int run(const Options& options) {
+    refuse_same_file(options.output, {options.input});
     ClipReader clip(options.input);
     RecordsByFrame records;
     int64_t frames = 0;
