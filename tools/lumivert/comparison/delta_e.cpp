@@ -180,8 +180,10 @@ void LightRows::read(int y) {
     const auto width = light_[0].size();
     for (int i = 0; i < 3; ++i) {
         const float* signal = source_->signal(i);
-        for (size_t x = 0; x < width; ++x)
-            light_[i][x] = table[static_cast<size_t>(std::min(std::max(signal[x], 0.0F), 1.0F) * kSteps + 0.5F)];
+        for (size_t x = 0; x < width; ++x) {
+            const float step = std::min(std::max(signal[x], 0.0F), 1.0F) * kSteps + 0.5F;
+            light_[i][x] = table[static_cast<size_t>(step)];
+        }
     }
     if (encoding_ == Encoding::kPq) return;
     for (size_t x = 0; x < width; ++x) { // BT.709 to BT.2020 primaries (ITU-R BT.2087)
@@ -261,8 +263,10 @@ void to_pq(const AVFrame& from, Encoding encoding, AVFrame& gbrp10) {
                 const int plane = (i + 2) % 3; // green, blue, red
                 auto* out = reinterpret_cast<uint16_t*>(gbrp10.data[plane] +
                                                         static_cast<ptrdiff_t>(y) * gbrp10.linesize[plane]);
-                for (int x = 0; x < from.width; ++x)
-                    out[x] = static_cast<uint16_t>(1023 * pq(rows.component(i)[x]) + 0.5F);
+                for (int x = 0; x < from.width; ++x) {
+                    const float code = 1023 * pq(rows.component(i)[x]) + 0.5F;
+                    out[x] = static_cast<uint16_t>(code);
+                }
             }
         }
     });

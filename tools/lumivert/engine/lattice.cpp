@@ -41,8 +41,9 @@ void fill(const Planes& p010, const Layout& layout, int phase, double code_step)
     const double top = layout.size - 1, green = 1 - kBt2020.red - kBt2020.blue;
     const double offset = code_step * ((phase + 0.5) / kPhases - 0.5);
     for (int point = 0; point < layout.points(); ++point) {
-        const double r = point % layout.size / top, g = point / layout.size % layout.size / top,
-                     b = point / layout.size / layout.size / top;
+        const int rest = point / layout.size;
+        const int steps[] = {point % layout.size, rest % layout.size, rest / layout.size};
+        const double r = steps[0] / top, g = steps[1] / top, b = steps[2] / top;
         const double y = kBt2020.red * r + green * g + kBt2020.blue * b;
         const uint16_t y_word = word(64 + 876 * y + offset);
         const uint16_t cb = word(512 + 448 * (b - y) / (1 - kBt2020.blue));

@@ -225,9 +225,8 @@ private:
     std::string charts() const {
         const auto& frames = c_.light.frames;
         const auto values = [&](auto value) {
-            std::vector<double> list;
-            for (const MeasuredFrame& frame : frames)
-                list.push_back(value(frame));
+            std::vector<double> list(frames.size());
+            std::transform(frames.begin(), frames.end(), list.begin(), value);
             return list;
         };
         const auto claim = [&](auto value) {
