@@ -65,7 +65,7 @@ class Probe(ToolTest):
         facts = self.facts(DEMO)
         self.assertEqual((facts["width"], facts["height"], facts["frames"], facts["bits"], facts["transfer"],
                           facts["primaries"], facts["range"]), (640, 360, 72, 10, "smpte2084", "bt2020", "limited"))
-        self.assertEqual(facts["mastering"], {"peak_cd_m2": 4000, "black_cd_m2": 0.005})
+        self.assertEqual(facts["mastering"], {"peak_cd_m2": 4000, "black_cd_m2": 0.005, "primaries": "bt2020"})
         side_data = {d["side_data_type"]: d for d in ffprobe(DEMO, "frames")[0]["side_data_list"]}
         light = side_data["Content light level metadata"]
         self.assertEqual(list(facts["content_light"].values()), [light["max_content"], light["max_average"]])
