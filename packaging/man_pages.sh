@@ -9,7 +9,7 @@ mkdir -p "$folder"
 # page NAME "COMMAND LINE" "ABOUT": the page NAME.1
 page() {
     "$help2man" --no-info --no-discard-stderr --version-string="$("$tool" --version)" --name="$3" "$2" |
-        sed "1,/^\.TH/s/^\.TH .*/.TH $(echo "$1" | tr a-z A-Z) 1 \"\" \"lumivert $("$tool" --version)\" \"User Commands\"/; s|$tool|lumivert|g" \
+        sed "1,/^\.TH/s/^\.TH .*/.TH $(echo "$1" | tr '[:lower:]' '[:upper:]') 1 \"\" \"lumivert $("$tool" --version)\" \"User Commands\"/; s|$tool|lumivert|g" \
             >"$folder/$1.1"
 }
 

@@ -54,9 +54,10 @@ bool is_mapped(void* memory, size_t size) {
 /// save a few percent of the tone-mapping kernel's time.
 void prefer_huge_pages(void* memory, size_t size) {
     const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    const uintptr_t first = (reinterpret_cast<uintptr_t>(memory) + page - 1) / page * page;
-    const uintptr_t end = (reinterpret_cast<uintptr_t>(memory) + size) / page * page;
-    if (first < end) madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+    const uintptr_t begin = reinterpret_cast<uintptr_t>(memory);
+    const uintptr_t first = (begin + page - 1) / page * page;
+    const uintptr_t end = (begin + size) / page * page;
+    if (first < end) madvise(static_cast<char*>(memory) + (first - begin), end - first, MADV_HUGEPAGE);
 }
 
 /// State of all imports. Never destroyed, because objects may be released while the process exits.

@@ -15,8 +15,8 @@ class Compare(ToolTest):
         frame[64 * 10 + 20] = 7                # luma (20, 10)
         frame[64 * 32 + 64 * 5 + 2 * 9 + 1] = 2  # Cr (9, 5)
         write("b.nv12", bytes(len(frame)) + frame + bytes(len(frame)))
-        compare = lambda *options, **more: self.lumivert("compare", "a.nv12", "b.nv12", "--size", "64x32", *options,
-                                                          **more)
+        compare = lambda *options, **more: self.lumivert("compare", "a.nv12", "b.nv12", "--size", "64x32",
+                                                         *options, **more)
         text, _ = compare("--json", "-o", "d.png", status=DIFFERENT)
         result = json.loads(text)
         self.assertEqual((result["first_differing_frame"], result["frames"]), (1, [3, 3]))

@@ -129,5 +129,3 @@ def scene(**fields):
 
 def write_scenes(path, scenes):
     write(path, json.dumps({"JSONInfo": {"HDR10plusProfile": "B", "Version": "1.1"}, "SceneInfo": scenes}).encode())
-
-

@@ -27,7 +27,8 @@ def lossless(path, frames, size, records=None, colour_range="tv"):
     write("frames.p010", b"".join(frames))
     parameters = "lossless=1:log-level=none:bframes=0:colorprim=bt2020:transfer=smpte2084:colormatrix=bt2020nc"
     ffmpeg("-f", "rawvideo", "-pix_fmt", "p010le", "-s", size, "-i", "frames.p010",
-           "-vf", f"scale=in_range={colour_range}:out_range={colour_range}", "-pix_fmt", "yuv420p10le", "-color_range", colour_range, "-c:v", "libx265", "-preset", "ultrafast",
+           "-vf", f"scale=in_range={colour_range}:out_range={colour_range}", "-pix_fmt", "yuv420p10le",
+           "-color_range", colour_range, "-c:v", "libx265", "-preset", "ultrafast",
            "-x265-params", parameters + f":range={'full' if colour_range == 'pc' else 'limited'}", "bare.hevc")
     write(path, make_clip.with_metadata(read("bare.hevc"), records) if records else read("bare.hevc"))
     os.remove("frames.p010")

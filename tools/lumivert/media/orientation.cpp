@@ -44,13 +44,13 @@ FramePtr Orientation::turn(const AVFrame& picture) const {
         const bool chroma = plane > 0;
         const int width = picture.width >> (chroma ? format->log2_chroma_w : 0);
         const int height = picture.height >> (chroma ? format->log2_chroma_h : 0);
-        const int size = format->comp[plane].step;
+        const ptrdiff_t size = format->comp[plane].step;
         // Where the first pixel goes, and how far a step right or down leads from there.
         const int x0 = (xx_ < 0 ? width - 1 : 0) + (yx_ < 0 ? height - 1 : 0);
         const int y0 = (xy_ < 0 ? width - 1 : 0) + (yy_ < 0 ? height - 1 : 0);
         const ptrdiff_t pitch = turned->linesize[plane];
         const ptrdiff_t right = xx_ * size + xy_ * pitch, down = yx_ * size + yy_ * pitch;
-        uint8_t* const origin = turned->data[plane] + y0 * pitch + static_cast<ptrdiff_t>(x0) * size;
+        uint8_t* const origin = turned->data[plane] + y0 * pitch + x0 * size;
         for (int y = 0; y < height; ++y) {
             const uint8_t* from = picture.data[plane] + static_cast<ptrdiff_t>(y) * picture.linesize[plane];
             uint8_t* to = origin + y * down;

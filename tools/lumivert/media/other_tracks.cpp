@@ -7,6 +7,8 @@
 
 #include <strings.h>
 
+#include "error.h"
+
 namespace lumivert::tool {
 namespace {
 
@@ -91,8 +93,8 @@ void TrackCopier::add_track(const AVStream& from) {
         return;
     }
     AVStream* to = avformat_new_stream(&muxer_, nullptr);
-    if (to == nullptr || avcodec_parameters_copy(to->codecpar, from.codecpar) < 0)
-        check(AVERROR(ENOMEM), "copying tracks");
+    if (to == nullptr) throw Error("no memory for another track");
+    check(avcodec_parameters_copy(to->codecpar, from.codecpar), "copying tracks");
     to->codecpar->codec_tag = 0;
     to->time_base = from.time_base;
     to->disposition = from.disposition;
@@ -102,7 +104,7 @@ void TrackCopier::add_track(const AVStream& from) {
         const AVPacket& picture = from.attached_pic;
         to->codecpar->codec_type = AVMEDIA_TYPE_ATTACHMENT;
         to->codecpar->extradata = static_cast<uint8_t*>(av_mallocz(picture.size + AV_INPUT_BUFFER_PADDING_SIZE));
-        if (to->codecpar->extradata == nullptr) check(AVERROR(ENOMEM), "copying tracks");
+        if (to->codecpar->extradata == nullptr) throw Error("no memory for a cover picture");
         std::memcpy(to->codecpar->extradata, picture.data, picture.size);
         to->codecpar->extradata_size = picture.size;
         const bool png = from.codecpar->codec_id == AV_CODEC_ID_PNG;

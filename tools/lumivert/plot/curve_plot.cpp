@@ -59,6 +59,7 @@ void draw_axes(Canvas& canvas, const LuminanceAxis& in, const LuminanceAxis& out
 /// A line through points in cd/m2.
 std::vector<Point> placed(const std::vector<Point>& lights, const LuminanceAxis& in, const LuminanceAxis& out) {
     std::vector<Point> line;
+    line.reserve(lights.size());
     for (const auto& [from, to] : lights)
         line.emplace_back(in.position(from), out.position(to));
     return line;
