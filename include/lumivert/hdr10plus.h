@@ -80,12 +80,12 @@ namespace LIB_HDR10PLUS_META {
 
 /// The scene peak in cd/m2: the largest `maxscl`, limited to 10000 and to the 99 % distribution point if there is one.
 /// If all `maxscl` are zero, it is the 99 % point; if there is none either, 0. The 99 % point is the last valid entry
-/// if its percentage is 99, otherwise the first valid entry whose percentage is.
+/// if its percentage is 99, otherwise the first valid entry with 99.
 float GetSceneMaxL(const HDR10PLUS_DYNAMIC_INFO* info);
 
 /// Median (`p50`) and 99 % luminance (`p99`) of the scene in cd/m2; -1 where the distribution does not provide it. A
 /// percentage that is not listed is interpolated between its neighbours, the median at 50 % and the 99 % luminance at
-/// 99.95 %. Entries 1 and 2 are never read: in practice streams store other quantities there.
+/// 99.95 %. Entries 1 and 2 (of 0 to 14) are never read: in practice streams store other quantities there.
 void getPercentile_50_99(const HDR10PLUS_DYNAMIC_INFO* info, float& p50, float& p99);
 
 /// A linear ramp from `w0` at `x0` to `w1` at `x1`, constant outside; `x0` must not be greater than `x1`. If they are
@@ -140,7 +140,7 @@ void hdr10plus_meta_to_curve(HDR10PLUS_TM_CURVE* curve, HDR10PLUS_DYNAMIC_INFO* 
 /// one or two anchors, they become zero.
 void hdr10plus_curve_kchoose_preapplied(HDR10PLUS_TM_CURVE* curve);
 
-/// Samples a curve whose anchors are multiplied already into a table of `size` gains: at least 2; the conversion uses
+/// Samples a curve whose anchors are already multiplied into a table of `size` gains, at least 2; the conversion uses
 /// 256. Entry i is curve(x) / x at x = i / (size - 2), for 1 <= i <= size - 2. The first and the last entry repeat
 /// their neighbours.
 void hdr10plus_preappliedcurve_to_lut(float* lut, unsigned int size, HDR10PLUS_TM_CURVE* curve);

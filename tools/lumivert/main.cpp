@@ -36,7 +36,7 @@ void check_command(const std::vector<std::string>& arguments, const Commands& co
 }
 
 int run(int argc, char** argv) {
-    CLI::App app("HDR10 and HDR10+ to SDR, as a device's codec has it converted.", "lumivert");
+    CLI::App app("Converts HDR10 and HDR10+ video to SDR with the code that runs on devices.", "lumivert");
     const Commands added = add_commands(app);
     if (argc < 2) {
         std::cerr << app.help();

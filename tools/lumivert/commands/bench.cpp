@@ -123,7 +123,7 @@ Command add_bench(CLI::App& app) {
     app.add_option("--seconds", o.seconds, "how long each mode converts; by default 2")->check(CLI::Range(0.1, 3600.0));
     app.add_option("--device", o.device, "part of an OpenCL device's name or number; see 'lumivert devices'");
     app.add_flag("--json", o.json, "print one JSON document");
-    app.footer("This is the conversion alone; decoding and encoding take their time as well.\n\n"
+    app.footer("This is the conversion alone; decoding and encoding take additional time.\n\n"
                "Example:\n  lumivert bench --size 1920x1080");
     return [options] { return run(*options); };
 }

@@ -13,7 +13,7 @@ struct Entry {
 
 constexpr Entry kCommands[] = {
     {"convert", "Convert an HDR10 or HDR10+ clip to SDR", add_convert},
-    {"probe", "Tell what a clip and its metadata are like", add_probe},
+    {"probe", "Describe a clip and its metadata", add_probe},
     {"metadata", "Extract HDR10+ metadata as JSON", add_metadata},
     {"curve", "Draw the tone curve of a frame", add_curve},
     {"measure", "Measure the light in a clip, and compare it with its metadata", add_measure},
@@ -30,7 +30,7 @@ std::vector<std::pair<CLI::App*, Command>> add_commands(CLI::App& app) {
     app.require_subcommand(1);
     app.fallthrough();
     app.add_flag("-v,--verbose", verbose, "show what the library and FFmpeg log");
-    app.add_flag("-q,--quiet", only_warnings, "no lines but warnings and errors");
+    app.add_flag("-q,--quiet", only_warnings, "print only warnings and errors");
     std::vector<std::pair<CLI::App*, Command>> added;
     for (const Entry& entry : kCommands) {
         CLI::App* command = app.add_subcommand(entry.name, entry.about);

@@ -341,22 +341,22 @@ Command add_compare(CLI::App& app) {
     app.add_option("A", o.a, "a clip, a picture, or raw frames with --size")->required();
     app.add_option("B", o.b, "what to compare it with");
     app.add_option("--modes", o.modes,
-                   "compares A, a PQ clip, converted in two modes: auto, static, hdr10plus, default (hdr10plus without "
+                   "compare two conversions of A, a PQ clip: auto, static, hdr10plus, default (hdr10plus without "
                    "the clip's records), or none (the source)")
         ->delimiter(',')
         ->check(CLI::IsMember({"auto", "static", "hdr10plus", "default", "none"}));
     app.add_option("--size", o.size, "the size of raw frames");
     app.add_option("--format", o.format, "of raw frames, unless their extension tells: nv12, p010 or rgba");
-    app.add_option("--untagged", o.untagged, "what samples without colour tags are: pq or sdr")
+    app.add_option("--untagged", o.untagged, "how to read samples without colour tags: pq or sdr")
         ->check(CLI::IsMember({"pq", "sdr"}));
-    app.add_option("--tolerance", o.tolerance, "differences up to this count as none")->check(CLI::Range(0, 65535));
-    app.add_option("-o,--output", o.picture, "draws the frame with the largest difference, as a PNG");
-    app.add_option("--worst", o.worst, "draws the N worst frames side by side as well, beside the file of -o")
+    app.add_option("--tolerance", o.tolerance, "ignore differences up to this")->check(CLI::Range(0, 65535));
+    app.add_option("-o,--output", o.picture, "draw the frame with the largest difference, as a PNG");
+    app.add_option("--worst", o.worst, "also draw the N worst frames side by side, next to the file of -o")
         ->check(CLI::Range(1, 20));
     app.add_flag("--json", o.json, "one JSON document");
     app.add_flag("--csv", o.csv, "a line of numbers for every frame");
     app.add_option("--device", o.device, "for --modes: part of an OpenCL device's name or number");
-    app.footer("Exit status 1 tells of a difference.\n\nExamples:\n"
+    app.footer("The exit status is 1 if there is a difference.\n\nExamples:\n"
                "  lumivert compare old.nv12 new.nv12 --size 1920x1080 --tolerance 1 -o difference.png\n"
                "  lumivert compare clip.mp4 --modes auto,static");
     return [options] { return run(*options); };

@@ -45,7 +45,7 @@ std::vector<Request> requests_of(const Options& options) {
     const bool folder = is_folder(output);
     if (options.inputs.size() > 1 && !folder)
         throw Error(output + ": several inputs need a folder for their results, written with a slash: " + output + "/");
-    if (folder && fs::exists(output) && !fs::is_directory(output)) throw Error(output + ": is no folder");
+    if (folder && fs::exists(output) && !fs::is_directory(output)) throw Error(output + ": is not a folder");
     std::set<std::string> names;
     for (const std::string& input : options.inputs) {
         Request request = options.request;
@@ -144,10 +144,9 @@ Command add_convert(CLI::App& app) {
         kinds +=
             "\n  ." + std::string(writer.name) + std::string(6 - std::string(writer.name).size(), ' ') + writer.about;
     app.add_option("INPUT", o.inputs, "clips, or raw P010 with --size; - is standard input")->required();
-    app.add_option("-o,--output", r.output,
-                   "the result, whose extension says what is written; FOLDER/ for several inputs")
+    app.add_option("-o,--output", r.output, "the result; its extension selects the writer; FOLDER/ for several inputs")
         ->required();
-    app.add_flag("-n,--no-overwrite", r.keep, "leave results alone that exist already");
+    app.add_flag("-n,--no-overwrite", r.keep, "leave existing results alone");
     app.add_option("--size", o.size, "INPUT is raw P010 of this size, such as 1920x1080");
     app.add_option("--rate", o.rate, "frames per second of raw P010")
         ->check(CLI::Range(1.0, 1000.0))
@@ -168,7 +167,7 @@ Command add_convert(CLI::App& app) {
            "what the converter writes: nv12, p010 or rgba; default: p010 in mode static, else what OUTPUT holds, "
            "nv12 first")
         ->check(CLI::IsMember({"nv12", "p010", "rgba"}));
-    app.add_option("--as", r.writer, "what is written, whatever OUTPUT's extension");
+    app.add_option("--as", r.writer, "the writer to use, whatever OUTPUT's extension");
     app.add_option("--frames", o.frames, "only these frames, such as 10-19, counted from 0");
     app.add_option("--from", o.from, "only from this time on, such as 00:01:00");
     app.add_option("--to", o.to, "only up to this time, such as 00:01:10");

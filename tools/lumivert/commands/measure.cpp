@@ -175,7 +175,7 @@ Command add_measure(CLI::App& app) {
     app.add_flag("--json", o.json, "one JSON document with every frame");
     app.add_flag("--csv", o.csv, "a line of numbers for every frame");
     app.add_option("-o,--output", o.chart, "a chart over time, .png or .svg");
-    app.add_flag("--as-pq", o.as_pq, "takes a clip that is not tagged PQ, or has 8 bits, all the same");
+    app.add_flag("--as-pq", o.as_pq, "accept a clip that is not tagged PQ or has 8 bits, as if it were PQ");
     app.footer("Light is in cd/m2. Exit status 1: the metadata and the pixels disagree, or there were warnings.\n\n"
                "Examples:\n  lumivert measure clip.mp4 -o light.png\n  lumivert measure clip.mp4 --csv > light.csv");
     return [options] { return run(*options); };

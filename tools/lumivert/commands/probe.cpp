@@ -222,7 +222,7 @@ Command add_probe(CLI::App& app) {
     auto options = std::make_shared<Options>();
     app.add_option("INPUT", options->input, "a clip; - is standard input")->required();
     app.add_flag("--json", options->json, "one JSON document");
-    app.footer("Exit status 1 tells that there were warnings.\n\nExample:\n  lumivert probe clip.mp4");
+    app.footer("The exit status is 1 if there were warnings.\n\nExample:\n  lumivert probe clip.mp4");
     return [options] { return run(*options); };
 }
 
