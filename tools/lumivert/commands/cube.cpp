@@ -1,11 +1,11 @@
 #include "commands/cube.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <optional>
 
 #include "commands/options.h"
 #include "engine/lattice.h"
+#include "engine/pipeline.h"
 #include "error.h"
 #include "hdr10plus/record_track.h"
 #include "io/cube_file.h"
@@ -36,13 +36,11 @@ Conversion of_metadata(const std::string& input, int64_t frame) {
 }
 
 Conversion of_clip(const std::string& input, int64_t frame) {
-    constexpr double kPqTop = 10000;
     const auto source = open_source(input, "", 25, false);
     const ClipInfo& clip = source->info();
     Conversion conversion;
     conversion.mode = source->has_records() ? Mode::kHdr10plus : Mode::kStaticTable;
-    conversion.luminances = {std::clamp(clip.static_metadata.mastering_peak, 0.0, kPqTop),
-                             std::min<double>(clip.static_metadata.max_cll, kPqTop)};
+    conversion.luminances = luminances_of(clip.static_metadata);
     const Geometry geometry(clip.width, clip.height);
     RecordTrack track;
     SourceFrame found;

@@ -13,12 +13,12 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
+#include "conversion/oddities.h"
 #include "error.h"
 #include "hdr10plus/record_oddities.h"
 #include "io/progress.h"
 #include "media/clip_reader.h"
 #include "media/orientation.h"
-#include "media/source.h"
 #include "report.h"
 
 namespace lumivert::tool {
@@ -73,22 +73,13 @@ std::vector<std::string> warnings_about(const ClipInfo& clip, const Hdr10PlusSum
     const bool pq = clip.transfer == AVCOL_TRC_SMPTE2084;
     if (!pq) lines.push_back(std::string("not PQ: the transfer is ") + av_color_transfer_name(clip.transfer));
     if (clip.depth < 10) lines.push_back(std::to_string(clip.depth) + "-bit samples");
-    if (pq && clip.primaries != AVCOL_PRI_BT2020)
-        lines.push_back(std::string("primaries are ") + av_color_primaries_name(clip.primaries) +
-                        "; the converter assumes BT.2020");
-    if (pq && clip.matrix != AVCOL_SPC_BT2020_NCL)
-        lines.push_back(std::string("matrix is ") + av_color_space_name(clip.matrix) +
-                        "; the converter assumes bt2020nc");
-    if (clip.range == AVCOL_RANGE_JPEG) lines.push_back("full range; the converter assumes limited range");
+    if (pq)
+        for (const Oddity& oddity : odd_colours(clip))
+            lines.push_back(oddity.line());
     if (pq && !fixed.has_mastering && !fixed.has_content_light && plus.with_record == 0)
         lines.push_back("PQ without any metadata");
-    if (fixed.has_mastering && fixed.mastering_peak < 1)
-        lines.push_back("a mastering peak of " + number(fixed.mastering_peak) + " cd/m2");
-    if (plus.with_record == 0 && fixed.mastering_peak > 4000)
-        lines.push_back("a mastering peak above 4000 cd/m2, for which convert takes the table for 1000 cd/m2");
-    if (plus.first >= kFramesToLookAhead)
-        lines.push_back("HDR10+ metadata begins with frame " + std::to_string(plus.first) + ", after the first " +
-                        std::to_string(kFramesToLookAhead) + " that convert looks at; --mode hdr10plus uses it");
+    for (const auto& oddity : {odd_peak(fixed.mastering_peak, plus.with_record == 0), late_records(plus.first)})
+        if (oddity) lines.push_back(oddity->line());
     if (fixed.has_content_light && fixed.max_fall > fixed.max_cll && fixed.max_cll > 0)
         lines.push_back("MaxFALL above MaxCLL");
     if (clip.width % 2 != 0 || clip.height % 2 != 0) lines.push_back("an odd size, which cannot be converted");

@@ -5,6 +5,7 @@
 
 #include "commands/commands.h"
 #include "commands/options.h"
+#include "conversion/plan.h"
 #include "error.h"
 #include "hdr10plus/tone_curve.h"
 #include "html_report/page.h"
@@ -64,20 +65,16 @@ int run(const Options& options) {
     content.most_bytes = static_cast<size_t>(options.max_size * 1e6);
     const auto source = open_source(options.input, options.size, 25, options.as_pq);
     const ClipInfo& clip = content.clip = source->info();
-    if (clip.width % 2 != 0 || clip.height % 2 != 0)
-        throw Error(options.input + ": " + std::to_string(clip.width) + "x" + std::to_string(clip.height) +
-                    ": odd sizes cannot be converted");
+    check_size(options.input, clip);
     content.fixed_table = !source->has_records();
-    constexpr double kPqTop = 10000;
-    const Luminances luminances = {std::clamp(clip.static_metadata.mastering_peak, 0.0, kPqTop),
-                                   std::min<double>(clip.static_metadata.max_cll, kPqTop)};
+    const Luminances luminances = luminances_of(clip.static_metadata);
     content.fallback = default_record(luminances.mastering_peak, luminances.max_cll);
     // The clip is read twice: how far the second reading goes is known only then.
     Progress progress(2 * clip.frames);
     content.light = measure_clip(*source, [&](int64_t frames) { progress.update(frames); });
     source->report();
     content.disagreements = find_disagreements(content.light, clip.static_metadata);
-    content.advice = advice_for(clip, content.light, content.disagreements);
+    content.advice = advice_for(clip, content.light, content.disagreements, content.fixed_table);
     content.scenes = find_scenes(content.light, av_q2d(clip.frame_rate));
     content.jumps = find_jumps(content.scenes, curve_outputs(content.light, content.fallback));
     const auto again = open_source(options.input, options.size, 25, options.as_pq);

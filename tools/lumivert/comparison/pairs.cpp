@@ -6,7 +6,7 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
-#include "engine/converter.h"
+#include "engine/pipeline.h"
 #include "error.h"
 #include "hdr10plus/record_track.h"
 #include "media/pixel_converter.h"
@@ -133,8 +133,7 @@ public:
     Modes(std::unique_ptr<FrameSource> source, const std::string& a, const std::string& b, const std::string& device)
         : source_(std::move(source)), geometry_(source_->info().width, source_->info().height),
           planes_(P010_LINEAR, geometry_), window_(planes_, geometry_) {
-        const StaticMetadata& fixed = source_->info().static_metadata;
-        luminances_ = {std::clamp(fixed.mastering_peak, 0.0, kPqTop), std::min<double>(fixed.max_cll, kPqTop)};
+        luminances_ = luminances_of(source_->info().static_metadata);
         if (a != "none" || b != "none") environment_.emplace(device);
         make(ways_[0], a);
         make(ways_[1], b);
@@ -160,8 +159,6 @@ public:
     }
 
 private:
-    static constexpr double kPqTop = 10000;
-
     const AVFrame* shown(const Way& way) const { return way.window ? way.window->frame() : window_.frame(); }
 
     void make(Way& way, const std::string& name) {

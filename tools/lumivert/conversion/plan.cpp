@@ -46,21 +46,24 @@ _Image_ColorFormat choose_format(const Request& request, const Plan& plan) {
 }
 
 Luminances choose_luminances(const Request& request, const StaticMetadata& clip) {
-    constexpr double kHighest = 10000; // of PQ, cd/m2; streams can carry more, which nothing can mean
-    return {request.max_luminance > 0 ? request.max_luminance : std::clamp(clip.mastering_peak, 0.0, kHighest),
-            request.max_cll > 0 ? request.max_cll : std::min<double>(clip.max_cll, kHighest)};
+    Luminances luminances = luminances_of(clip);
+    if (request.max_luminance > 0) luminances.mastering_peak = request.max_luminance;
+    if (request.max_cll > 0) luminances.max_cll = request.max_cll;
+    return luminances;
 }
 
 } // namespace
 
+void check_size(const std::string& name, const ClipInfo& clip) {
+    const std::string size = name + ": " + std::to_string(clip.width) + "x" + std::to_string(clip.height);
+    if (clip.width % 2 != 0 || clip.height % 2 != 0) throw Error(size + ": odd sizes cannot be converted");
+    if (std::max(clip.width, clip.height) > kLargestSide)
+        throw Error(size + ": sides are at most " + std::to_string(kLargestSide));
+}
+
 Plan make_plan(const Request& request, FrameSource& source) {
     const ClipInfo& clip = source.info();
-    if (clip.width % 2 != 0 || clip.height % 2 != 0)
-        throw Error(request.input + ": " + std::to_string(clip.width) + "x" + std::to_string(clip.height) +
-                    ": odd sizes cannot be converted");
-    if (std::max(clip.width, clip.height) > kLargestSide)
-        throw Error(request.input + ": " + std::to_string(clip.width) + "x" + std::to_string(clip.height) +
-                    ": sides are at most " + std::to_string(kLargestSide));
+    check_size(request.input, clip);
     Plan plan;
     plan.entry = request.entry == "pool" ? Entry::kPool : Entry::kRetained;
     plan.writer = &find_writer(request.writer, request.output);

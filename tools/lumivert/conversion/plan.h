@@ -27,6 +27,9 @@ struct Plan {
     RecordsByFrame list; ///< of --metadata FILE
 };
 
+/// Throws where the converter does not take pictures of the clip's size.
+void check_size(const std::string& name, const ClipInfo& clip);
+
 /// Throws where the request and the clip do not go together.
 Plan make_plan(const Request& request, FrameSource& source);
 

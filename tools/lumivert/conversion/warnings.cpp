@@ -1,53 +1,29 @@
 #include "conversion/warnings.h"
 
-#include <cstdio>
-
-extern "C" {
-#include <libavutil/pixdesc.h>
-}
-
+#include "conversion/oddities.h"
 #include "hdr10plus/pixel_chain.h"
 #include "report.h"
 
 namespace lumivert::tool {
 namespace {
 
-std::string light_text(double cd_m2) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.4g cd/m2", cd_m2);
-    return text;
+void warn_of(const std::string& name, const Oddity& oddity) {
+    warn(name + ": " + oddity.line());
 }
 
-void warn_about_colours(const std::string& name, const ClipInfo& clip) {
-    const bool other_primaries = clip.primaries != AVCOL_PRI_BT2020 && clip.primaries != AVCOL_PRI_UNSPECIFIED;
-    const bool other_matrix = clip.matrix != AVCOL_SPC_BT2020_NCL && clip.matrix != AVCOL_SPC_UNSPECIFIED;
-    if (other_primaries)
-        warn(name + ": primaries " + av_color_primaries_name(clip.primaries) + ", converted as if they were bt2020");
-    if (other_matrix)
-        warn(name + ": matrix " + av_color_space_name(clip.matrix) + ", converted as if it were bt2020nc");
-}
-
-void warn_about_luminances(const std::string& name, const Plan& plan, const Tally& tally) {
-    const double peak = plan.luminances.mastering_peak;
+void warn_about_light(const std::string& name, const Plan& plan, const Tally& tally) {
     const bool fixed = plan.mode == Mode::kStaticTable, by_default = !fixed && tally.by_origin[2] > 0;
-    if ((fixed || by_default) && peak > 0 && peak < 1)
-        warn(name + ": a mastering peak of " + light_text(peak) + " makes no sense; --max-luminance sets a better one");
-    if (fixed && fixed_table_of(peak) == 1000 && peak > 1000)
-        warn(name + ": a mastering peak of " + light_text(peak) +
-             " is beyond both tables; the one that it selects clips " +
-             "what is above 1000 cd/m2. --max-luminance 4000 selects the other");
-    constexpr double kReferenceWhite = 203; // cd/m2, ITU-R BT.2408
-    const double brightest = luminance_from_code(tally.brightest_by_default);
-    if (by_default && tally.brightest_by_default >= 0 && brightest < kReferenceWhite)
-        warn(name + ": nothing above " + light_text(brightest) +
-             " in frames that used the default record, which is made " + "for brighter clips and darkens this one");
+    if (fixed || by_default)
+        if (const auto oddity = odd_peak(plan.luminances.mastering_peak, fixed)) warn_of(name, *oddity);
+    if (by_default && tally.brightest_by_default >= 0)
+        if (const auto oddity = dark_for_default(luminance_from_code(tally.brightest_by_default)))
+            warn_of(name, *oddity);
 }
 
 void warn_about_records(const Request& request, const Plan& plan, const Tally& tally, bool loses_records) {
     const std::string& name = request.input;
-    if (plan.mode == Mode::kStaticTable && request.mode == "auto" && tally.first_record >= 0)
-        warn(name + ": HDR10+ metadata begins with frame " + std::to_string(tally.first_record) + ", after the first " +
-             std::to_string(kFramesToLookAhead) + " that --mode auto looks at; --mode hdr10plus uses it");
+    if (plan.mode == Mode::kStaticTable && request.mode == "auto")
+        if (const auto oddity = late_records(tally.first_record)) warn_of(name, *oddity);
     if (plan.mode != Mode::kHdr10plus) return;
     const auto [own, previous, none] = tally.by_origin;
     if (plan.list.empty()) {
@@ -71,8 +47,9 @@ void warn_about_records(const Request& request, const Plan& plan, const Tally& t
 void warn_about(const Request& request, const ClipInfo& clip, const Plan& plan, const Tally& tally,
                 bool loses_records) {
     if (!plan.mode) return;
-    warn_about_colours(request.input, clip);
-    warn_about_luminances(request.input, plan, tally);
+    for (const Oddity& oddity : odd_colours(clip))
+        warn_of(request.input, oddity);
+    warn_about_light(request.input, plan, tally);
     warn_about_records(request, plan, tally, loses_records);
 }
 

@@ -184,6 +184,11 @@ int64_t Part::most_frames(double rate) const {
     return most < kMany ? static_cast<int64_t>(most) : 0;
 }
 
+Luminances luminances_of(const StaticMetadata& clip) {
+    constexpr double kHighest = 10000; // of PQ, cd/m2; streams can carry more, which nothing can mean
+    return {std::clamp(clip.mastering_peak, 0.0, kHighest), std::min<double>(clip.max_cll, kHighest)};
+}
+
 Tally run_pipeline(FrameSource& source, RecordTrack track, const Treatment& treatment, FrameSink& sink) {
     return Pipeline(source, treatment).run(std::move(track), sink);
 }

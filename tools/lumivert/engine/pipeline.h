@@ -29,6 +29,9 @@ struct Part {
     int64_t most_frames(double rate) const;
 };
 
+/// What the converter is told of a clip's light.
+Luminances luminances_of(const StaticMetadata& clip);
+
 /// What is done with each frame.
 struct Treatment {
     Converter* converter; ///< null passes the samples on

@@ -21,7 +21,6 @@ public:
             refuse(std::string("its transfer is ") + av_color_transfer_name(clip.transfer));
         if (!is_10_bit_yuv(clip)) refuse("its samples are " + clip.pixel_format);
         if (clip.transfer == AVCOL_TRC_UNSPECIFIED) warn(reader_.path() + ": no transfer in its tags; taken as PQ");
-        if (clip.range == AVCOL_RANGE_JPEG) warn(reader_.path() + ": full range; converted as if it were limited");
     }
 
     const ClipInfo& info() const override { return reader_.info(); }

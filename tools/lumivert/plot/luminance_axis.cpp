@@ -9,7 +9,8 @@
 namespace lumivert::tool {
 std::string luminance_text(double cd_m2) {
     char text[32];
-    std::snprintf(text, sizeof text, "%.*f", cd_m2 < 1 ? (cd_m2 == 0 ? 0 : 2) : cd_m2 < 10 ? 1 : 0, cd_m2);
+    const int digits = cd_m2 <= 0 ? 0 : cd_m2 < 0.01 ? 4 : cd_m2 < 0.1 ? 3 : cd_m2 < 1 ? 2 : cd_m2 < 10 ? 1 : 0;
+    std::snprintf(text, sizeof text, "%.*f", digits, cd_m2);
     std::string result = text;
     if (result.find('.') != std::string::npos) {
         result.erase(result.find_last_not_of('0') + 1);
