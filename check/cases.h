@@ -1,4 +1,4 @@
-/// The table of cases. Each runs in a process of its own and lives the library through its four entry points.
+/// The table of cases. Each runs in a process of its own and calls only the library's four entry points.
 #pragma once
 
 #include <string>

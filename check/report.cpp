@@ -5,7 +5,7 @@
 namespace lumivert::check {
 namespace {
 
-/// Android gives a decoder so long for its first frame.
+/// How long Android waits for a decoder's first frame.
 constexpr double kFirstFrameBudgetMs = 2000;
 
 bool ok(const Facts& facts) {

@@ -5,7 +5,7 @@
 namespace lumivert::reference {
 namespace {
 
-/// A weighted sum of three terms as single precision has it: three products and two sums, in any order.
+/// A weighted sum of three terms in single precision: three products and two sums, in any order.
 template <typename Numbers>
 Interval weighted(const std::array<double, 3>& weights, const Numbers& terms) {
     Interval sum = {0, 0};

@@ -33,7 +33,7 @@ Span static_chroma(int code, int mapped_luma, bool cr);
 /// RGB of 8 bits from 10-bit codes. The luma code `black` gives 0.
 Rgb rgb_of(int luma, int cb, int cr, int black);
 
-/// A curve as the device has it: the gain table, normalisation and knee.
+/// A curve in the form that the device uses: the gain table, normalisation and knee.
 struct ToneMap {
     std::array<Interval, 256> gains;
     Interval normalize_x, knee_x;

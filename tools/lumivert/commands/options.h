@@ -18,7 +18,7 @@ Size parse_size(const std::string& text);
 /// "10-19", "10-" or "10"; everything for an empty text.
 FrameRange parse_frames(const std::string& text);
 
-/// A clip; or raw P010, which `size` tells of.
+/// Opens a clip, or raw P010 if `size` is given.
 std::unique_ptr<FrameSource> open_source(const std::string& input, const std::string& size, double rate, bool as_pq);
 
 /// "00:01:10", "70.5" or "70500ms", in seconds.

@@ -1,4 +1,4 @@
-/// One clip, from opening the output to the result under its name.
+/// Converts one clip, from opening the output to giving the result its name.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@
 
 namespace lumivert::tool {
 
-/// What came of it.
+/// The result of a conversion.
 struct Outcome {
     Plan plan;
     Tally tally;

@@ -1,4 +1,5 @@
-/// What a conversion is asked for, and what is decided from that and the clip before the first frame.
+/// What the user asks for, and what is decided from that and the clip before the first frame: mode, format, colour
+/// tags.
 #pragma once
 
 #include <optional>
@@ -27,10 +28,10 @@ struct Plan {
     RecordsByFrame list; ///< of --metadata FILE
 };
 
-/// Throws where the converter does not take pictures of the clip's size.
+/// Throws if the converter does not take pictures of the clip's size.
 void check_size(const std::string& name, const ClipInfo& clip);
 
-/// Throws where the request and the clip do not go together.
+/// Throws if the clip cannot be converted as requested.
 Plan make_plan(const Request& request, FrameSource& source);
 
 OutputSpec output_spec(const Request& request, const Plan& plan, const ClipInfo& clip);

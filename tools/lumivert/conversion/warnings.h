@@ -1,4 +1,4 @@
-/// What the user may not expect of a result.
+/// Warnings about properties of a result that the user may not expect.
 #pragma once
 
 #include "conversion/plan.h"

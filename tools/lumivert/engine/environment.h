@@ -1,5 +1,5 @@
 /// The surroundings of a conversion: the folder for compiled programs, the OpenCL device, and the environment variables
-/// and system properties that tell the library, its platform and the drivers about both.
+/// and system properties that pass both to the library, its platform and the drivers.
 #pragma once
 
 #include <string>
@@ -26,7 +26,7 @@ public:
     Environment& operator=(const Environment&) = delete;
 
     const std::vector<Device>& devices() const { return devices_; }
-    /// The one that converters run on.
+    /// The device that converters run on.
     const Device& device() const { return devices_[used_]; }
 
     /// Where compiled programs are kept: $XDG_CACHE_HOME/lumivert or ~/.cache/lumivert. Where that cannot be written or

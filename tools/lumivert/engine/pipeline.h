@@ -1,4 +1,4 @@
-/// Decoding, converting and encoding side by side.
+/// Decoding, converting and encoding in three threads.
 #pragma once
 
 #include <array>
@@ -41,7 +41,7 @@ struct Treatment {
     int interval;
 };
 
-/// What was done.
+/// Counts and times of a finished run.
 struct Tally {
     int64_t seen = 0;                      ///< frames of the input, up to the last one read
     bool to_the_end = false;               ///< whether that was the input's last
@@ -55,8 +55,8 @@ struct Tally {
     int64_t converted() const { return by_origin[0] + by_origin[1] + by_origin[2]; }
 };
 
-/// Takes all frames from `source` to `sink`, which stays to be finished. An error on any side ends all of them and is
-/// thrown here.
+/// Takes all frames from `source` to `sink`; the caller calls `finish`. An error in any of the threads ends all of them
+/// and is thrown here.
 Tally run_pipeline(FrameSource& source, RecordTrack track, const Treatment& treatment, FrameSink& sink);
 
 } // namespace lumivert::tool

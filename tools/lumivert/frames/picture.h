@@ -1,4 +1,4 @@
-/// Frames as the tool hands them round: their layout in memory and who they are.
+/// Frames inside the tool: their layout in memory, and which frame of the clip each one is.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 
 namespace lumivert::tool {
 
-constexpr int kLargestSide = 16384; ///< pixels: what the encoders take, and an OpenCL device has memory for
+constexpr int kLargestSide = 16384; ///< pixels: the encoders' limit, and what fits an OpenCL device's memory
 
 /// The size of a clip's pictures, and of its rows in memory.
 struct Geometry {
@@ -21,7 +21,7 @@ struct Geometry {
     Geometry(int w, int h) : width(w), height(h), pitch((w + 31) / 32 * 32) {}
 };
 
-/// How a format that the converter reads or writes lies in memory.
+/// The memory layout of a format that the converter reads or writes.
 struct FormatInfo {
     const char* name;
     _Image_ColorFormat format;
@@ -31,7 +31,7 @@ struct FormatInfo {
 
 /// P010, NV12 or RGBA.
 const FormatInfo& info_of(_Image_ColorFormat format);
-/// By the name a user gives ("p010"); null when there is none.
+/// The format of a name that a user gives ("p010"); null for an unknown name.
 const FormatInfo* format_named(const std::string& name);
 
 /// Rows of plane `index`; chroma has half as many as luma.

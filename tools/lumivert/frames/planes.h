@@ -1,5 +1,5 @@
-/// The planes of a frame as a codec passes them on: memory with a descriptor, which the converter imports without
-/// copying.
+/// The planes of a frame as a codec passes them to the library: memory with a descriptor, which the converter imports
+/// without copying.
 #pragma once
 
 #include <cstddef>

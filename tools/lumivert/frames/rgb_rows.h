@@ -7,7 +7,7 @@
 
 namespace lumivert::tool {
 
-/// Where chroma samples lie among those of luma, as the stream tells: in luma samples from the first one.
+/// Where the stream says that chroma samples lie, in luma samples from the first luma sample.
 struct ChromaSite {
     double x = 0, y = 0.5; ///< "left", the default of H.264 and HEVC
 };
@@ -18,7 +18,7 @@ struct LumaWeights {
 };
 constexpr LumaWeights kBt2020 = {0.2627, 0.0593}, kBt709 = {0.2126, 0.0722};
 
-/// Someone else's samples. Those above 8 bits are 16-bit words, little endian.
+/// Samples that this does not own. Those above 8 bits are 16-bit words, little endian.
 struct YuvView {
     struct Component {
         const uint8_t* first;

@@ -1,4 +1,4 @@
-/// HDR10+ metadata in the JSON form that the tools of the field exchange: one "SceneInfo" object per frame in
+/// HDR10+ metadata in the JSON form that HDR10+ tools exchange: one "SceneInfo" object per frame in
 /// presentation order, with the same integers as the stream.
 #pragma once
 

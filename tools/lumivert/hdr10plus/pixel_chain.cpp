@@ -42,7 +42,7 @@ GreyPixel through_tone_curve(int code_in, const ToneCurve& curve) {
     const int pq = std::clamp((code_in - 64) / 4, 0, 255);
     const auto x = static_cast<float>(std::min(luminance_from_pq(pq * 0.0039215) / curve.full_scale, 1.0));
     const float gain = curve.gain_by_table(x);
-    // Without rounding, as the GPU has it.
+    // Without rounding, as on the GPU.
     const int rgba = static_cast<int>(255 * std::pow(std::clamp(x * gain, 0.0F, 1.0F), 0.45F));
     const auto channel = static_cast<float>(rgba);
     const int luma = static_cast<int>(0.2126F * channel + 0.7152F * channel + 0.0722F * channel);

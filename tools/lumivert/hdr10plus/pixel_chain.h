@@ -1,4 +1,4 @@
-/// What becomes of a grey pixel on its way from the clip to a display, step by step.
+/// The values of a grey pixel at each step from the clip to the display.
 #pragma once
 
 #include "hdr10plus/tone_curve.h"

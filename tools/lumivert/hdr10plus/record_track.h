@@ -18,9 +18,9 @@ enum class RecordOrigin {
 /// Follows the frames in order, starting with the clip's first.
 class RecordTrack {
 public:
-    /// Uses the records of the frames.
+    /// Uses the records that the frames carry.
     RecordTrack() = default;
-    /// Uses these instead.
+    /// Uses the records of a list instead.
     explicit RecordTrack(RecordsByFrame records) : list_(std::move(records)) {}
     /// Uses no records at all.
     static RecordTrack without_records() { return RecordTrack(RecordsByFrame()); }

@@ -1,4 +1,4 @@
-/// The tone curve that the converter makes of a record for a display, and the table of gains that the GPU makes of it.
+/// The tone curve that the converter makes from a record for a display, and the table of gains that the GPU reads.
 #pragma once
 
 #include "hdr10plus/record.h"

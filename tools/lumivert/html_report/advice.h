@@ -1,4 +1,4 @@
-/// What is odd about a clip, in words, and what to do about it.
+/// What is unusual about a clip, in words, and what to do about it.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-/// The report as one HTML page that needs nothing but itself.
+/// The report as one HTML page that needs no other file.
 #pragma once
 
 #include <string>
@@ -24,7 +24,7 @@ struct ReportContent {
     size_t most_bytes = 0;    ///< for the page
 };
 
-/// Fewer stills where the page would be too large; it then says so.
+/// Leaves stills out if the page would be too large; the page then says so.
 std::string report_page(const ReportContent& content);
 
 } // namespace lumivert::tool

@@ -11,7 +11,7 @@ namespace lumivert::tool {
 
 struct Scene {
     int64_t first, last; ///< positions in ClipLight::frames, both included
-    std::string why;     ///< what began it
+    std::string why;     ///< why it begins there
 };
 
 /// Cuts where the distribution of light or the record's average jumps. Scenes last at least a quarter of a second.

@@ -7,7 +7,7 @@
 
 namespace lumivert::tool {
 
-/// Percent of the pixels that are at most as bright as a percentile tells.
+/// The percentiles that are computed: how many percent of the pixels are at most that bright.
 constexpr std::array<double, 11> kPercentages = {1, 5, 10, 25, 50, 75, 90, 95, 98, 99, 99.98};
 
 /// All in cd/m2, in linear light, of BT.2020 components.

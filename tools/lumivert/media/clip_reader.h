@@ -36,7 +36,7 @@ struct ClipInfo {
     AVRational frame_rate = {0, 1};
     AVRational time_base = {0, 1};
     AVRational sample_aspect_ratio = {0, 1};
-    int64_t frames = 0;                  ///< as the container tells or its duration suggests; 0: unknown
+    int64_t frames = 0;                  ///< from the container or its duration; 0: unknown
     std::vector<int32_t> display_matrix; ///< rotation, as players are to apply it; empty: none
     StaticMetadata static_metadata;
     double duration = 0;   ///< seconds; 0: unknown
@@ -44,7 +44,7 @@ struct ClipInfo {
     int dolby_vision = -1; ///< its profile; -1: none
     std::vector<TrackInfo> tracks;
     int64_t start = 0;                   ///< time of its first sample, picture or sound, in its time base
-    std::shared_ptr<OtherTracks> others; ///< null where nobody asked for them
+    std::shared_ptr<OtherTracks> others; ///< null if they were not asked for
 };
 
 struct ClipFrame {
@@ -74,7 +74,7 @@ public:
     /// Looks ahead for HDR10+ in the next `count` frames, which stay to be read.
     bool has_records_within(int count);
 
-    /// Whether the clip carries HDR10+ that its decoder does not hand on.
+    /// Whether the clip carries HDR10+ that its decoder drops.
     bool loses_records() const { return messages_ > 0 && !handed_on_; }
 
     /// Warns about data that was damaged or missing up to here.

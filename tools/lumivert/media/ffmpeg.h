@@ -1,4 +1,4 @@
-/// What every user of FFmpeg's libraries here shares: ownership, errors, log lines.
+/// Shared by everything here that uses FFmpeg's libraries: ownership, errors, log lines.
 #pragma once
 
 #include <memory>
@@ -12,7 +12,7 @@ extern "C" {
 
 namespace lumivert::tool {
 
-/// FFmpeg's own time base. Its macro for it is no C++.
+/// FFmpeg's own time base. Its macro for it does not compile as C++.
 constexpr AVRational kMicroseconds = {1, AV_TIME_BASE};
 
 /// Deletes through FFmpeg's functions that take the pointer's address.

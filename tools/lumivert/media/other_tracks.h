@@ -1,5 +1,5 @@
-/// What a clip has beside its picture: sound, subtitles, attachments, chapters, titles and languages. Packets pass from
-/// the thread that reads the clip to the one that writes the result.
+/// What a clip holds besides its picture: sound, subtitles, attachments, chapters, titles and languages. Packets pass
+/// from the thread that reads the clip to the one that writes the result.
 #pragma once
 
 #include <deque>
@@ -23,7 +23,7 @@ public:
     /// Keeps a packet until it is taken.
     void add(PacketPtr packet);
     std::deque<PacketPtr> take();
-    /// For results that hold a picture alone: drops what was kept and what comes.
+    /// For results without other tracks: drops the packets kept so far and all further ones.
     void drop();
 
 private:

@@ -13,7 +13,7 @@ public:
     /// `matrix` is that of the Y'CbCr side, whichever that is.
     PixelConverter(_Image_ColorFormat from, int width, int height, AVPixelFormat to, AVColorSpace matrix);
 
-    /// The converted frame, valid until the next call; its buffers are never changed after they were handed on. Where
+    /// The converted frame, valid until the next call; its buffers are not changed afterwards. Where
     /// both formats are the same, it is the picture itself, valid as long as that is.
     AVFrame& convert(const Picture& picture);
 

@@ -9,7 +9,7 @@
 
 namespace lumivert::tool {
 
-/// What a file does not say about its raw frames.
+/// What must be known about raw frames, because the file does not say it.
 struct RawLayout {
     int width, height;
     AVPixelFormat format;

@@ -10,7 +10,7 @@
 
 namespace lumivert::tool {
 
-/// How samples are meant. Y'CbCr is always limited range.
+/// What the samples mean, for the tags of a video file. Chosen in conversion/plan.cpp. Y'CbCr is always limited range.
 struct ColourTags {
     AVColorPrimaries primaries;
     AVColorTransferCharacteristic transfer;
@@ -23,7 +23,7 @@ struct OutputSpec {
     _Image_ColorFormat format;
     ColourTags colour;
     int width, height;
-    ClipInfo clip;             ///< times, aspect, rotation and other tracks are handed on
+    ClipInfo clip;             ///< its times, aspect, rotation and other tracks are kept
     bool cut = false;          ///< a part of the clip: its first frame becomes time 0
     double seconds = 0;        ///< how long that part is at most; 0: to the end
     std::string codec, preset; ///< video files: empty for the default
@@ -35,9 +35,9 @@ class FrameSink {
 public:
     virtual ~FrameSink() = default;
     virtual void write(const Picture& picture) = 0;
-    /// Completes the output and gives it its name. Without this nothing of it stays.
+    /// Completes the output and gives it its name. Without this call no output is left.
     virtual void finish() = 0;
-    /// What of the clip could not be kept, for a line to the user; empty: nothing.
+    /// Tracks of the clip that the output cannot hold, for a line to the user; empty: none.
     virtual std::string left_out() const { return ""; }
 };
 
@@ -45,14 +45,14 @@ struct WriterInfo {
     const char* name;                        ///< also the extension
     std::vector<_Image_ColorFormat> formats; ///< that it takes, the preferred one first
     bool streams;                            ///< can write to a pipe
-    bool video_file;                         ///< takes sound and other tracks along
+    bool video_file;                         ///< can hold sound and other tracks
     std::unique_ptr<FrameSink> (*open)(const OutputSpec& spec);
     const char* about;
 };
 
 const std::vector<WriterInfo>& writers();
 
-/// The writer of that name; or, for an empty one, that of the path's extension. An error when there is none.
+/// The writer of that name or, if the name is empty, of the path's extension. Throws if there is none.
 const WriterInfo& find_writer(const std::string& name, const std::string& path);
 
 std::unique_ptr<FrameSink> open_packed(const OutputSpec& spec);

@@ -29,7 +29,7 @@ public:
     virtual double time_of_next() = 0;
     /// Whether HDR10+ shows up in the first frames.
     virtual bool has_records() { return false; }
-    /// Whether the clip carries HDR10+ that its decoder does not hand on.
+    /// Whether the clip carries HDR10+ that its decoder drops.
     virtual bool loses_records() const { return false; }
     /// Warns about what was damaged or missing, once all is read.
     virtual void report() const {}
@@ -39,7 +39,7 @@ public:
 /// frames is refused before the first one.
 std::unique_ptr<FrameSource> open_raw(const std::string& path, int width, int height, AVRational frame_rate);
 
-/// Frames of any clip, brought to P010. `as_pq` takes what is not tagged PQ, or has 8 bits, all the same.
+/// Frames of any clip, brought to P010. `as_pq` accepts clips that are not tagged PQ or have 8 bits.
 std::unique_ptr<FrameSource> open_clip(const std::string& path, bool as_pq);
 
 } // namespace lumivert::tool

@@ -1,4 +1,4 @@
-/// A clip's light over time, measured and as its metadata has it.
+/// A clip's light over time, measured and according to its metadata.
 #pragma once
 
 #include <string>
