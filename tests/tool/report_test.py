@@ -1,4 +1,5 @@
 """The report as a reader meets it, in a browser."""
+import base64
 import re
 import unittest
 
@@ -21,6 +22,7 @@ class Report(ToolTest):
         self.assertEqual(re.findall(r'(?:src|href)="(?!data:|#)[^"]*"', page), [])
         self.assertNotIn("http", page.replace("http-equiv", "").replace("http://www.w3.org/2000/svg", ""))
         self.assertIn("maximum: 2 frames, the first 70", page)
+        self.assertIn("peak 4000 cd/m\u00b2, black 0.005 cd/m\u00b2", page)
         self.assertLess(len(page), 5e6)
         for frames in ("frames 0 to 23", "frames 24 to 47", "frames 48 to 71"):
             self.assertIn(frames, page)
@@ -34,6 +36,25 @@ class Report(ToolTest):
         page, _ = self.report(DEMO, "--max-size", "0.2")
         self.assertLess(len(page), 2e5)
         self.assertIn("for 3 scenes: more would make the page too large", page)
+
+    def test_jumps_of_the_curve_within_a_scene_are_listed(self):
+        usual = record(1000, knee=(100, 400), anchors=[300, 500, 700, 850, 950])
+        other = record(1000, knee=(100, 200), anchors=[100, 200, 400, 600, 800])
+        clip_with_records("in.hevc", 5 * [usual] + [other] + 6 * [usual])
+        page, lines = self.report("in.hevc", "--stills", "0")
+        self.assertIn("12 frames, 1 scene, 2 jumps of the curve", lines)
+        self.assertEqual(re.findall('data-frame="([0-9]+)"', page), ["5", "6"])
+
+    def test_stills_of_a_turned_clip_are_upright(self):
+        write("in.mp4", turned(read(DEMO)))
+        page, _ = self.report("in.mp4", "--stills", "1")
+        stills = re.findall(r'<img width="(\d+)" height="(\d+)" [^>]*base64,([^"]*)"', page)
+        self.assertEqual([size[:2] for size in stills], 3 * [("360", "640")])
+        write("still.jpg", base64.b64decode(stills[1][2]))
+        self.convert("in.mp4", "still.png", "--frames", "11")
+        def small(path):
+            return ffmpeg("-i", path, "-vf", "scale=18:32:flags=area", "-f", "rawvideo", "-pix_fmt", "gray", "-")
+        self.assertLess(max(abs(a - b) for a, b in zip(small("still.jpg"), small("still.png"))), 12)
 
     def test_clips_of_other_kinds(self):
         clip("bare.mp4", "64x64")

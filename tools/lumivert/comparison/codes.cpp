@@ -7,10 +7,18 @@
 namespace lumivert::tool {
 namespace {
 
-int sample(const AVFrame& frame, const AVComponentDescriptor& component, int x, int y) {
-    const uint8_t* at = frame.data[component.plane] + static_cast<ptrdiff_t>(y) * frame.linesize[component.plane] +
-                        static_cast<ptrdiff_t>(x) * component.step + component.offset;
-    return component.depth > 8 ? at[0] | at[1] << 8 : at[0];
+/// The samples of a row as numbers.
+void read_row(const AVFrame& frame, const AVComponentDescriptor& component, int y, std::vector<int>& out) {
+    const uint8_t* row =
+        frame.data[component.plane] + static_cast<ptrdiff_t>(y) * frame.linesize[component.plane] + component.offset;
+    const ptrdiff_t step = component.step;
+    const auto width = static_cast<ptrdiff_t>(out.size());
+    if (component.depth > 8)
+        for (ptrdiff_t x = 0; x < width; ++x)
+            out[x] = row[x * step] | row[x * step + 1] << 8;
+    else
+        for (ptrdiff_t x = 0; x < width; ++x)
+            out[x] = row[x * step];
 }
 
 } // namespace
@@ -56,12 +64,16 @@ void CodeComparison::add(const AVFrame& a, const AVFrame& b, int tolerance) {
 void CodeComparison::add_component(const AVFrame& a, const AVFrame& b, const AVComponentDescriptor& where,
                                    Component& component, int shift_x, int shift_y) {
     const int width = AV_CEIL_RSHIFT(a.width, shift_x), height = AV_CEIL_RSHIFT(a.height, shift_y);
-    for (int y = 0; y < height; ++y)
+    std::vector<int> row_a(static_cast<size_t>(width)), row_b(row_a);
+    int64_t squares = 0;
+    for (int y = 0; y < height; ++y) {
+        read_row(a, where, y, row_a);
+        read_row(b, where, y, row_b);
         for (int x = 0; x < width; ++x) {
-            const int difference = sample(b, where, x, y) - sample(a, where, x, y);
+            const int difference = row_b[x] - row_a[x];
             if (difference == 0) continue;
             const int size = std::abs(difference);
-            component.squares += static_cast<double>(size) * size;
+            squares += int64_t{size} * size;
             if (size > component.largest) {
                 component.largest = size;
                 component.x = x;
@@ -72,6 +84,8 @@ void CodeComparison::add_component(const AVFrame& a, const AVFrame& b, const AVC
             int32_t& mark = current.values[static_cast<size_t>(y << shift_y) * a.width + (x << shift_x)];
             if (size > std::abs(mark)) mark = difference;
         }
+    }
+    component.squares += static_cast<double>(squares);
     component.samples += static_cast<double>(width) * height;
 }
 

@@ -44,7 +44,8 @@ public:
     float operator()(float cd_m2) const {
         const uint32_t offset = bits(std::min(std::max(cd_m2, kLowest), 16384.0F)) - base();
         const uint32_t entry = offset >> kDropped;
-        const float part = static_cast<float>(offset & ((1U << kDropped) - 1)) * (1.0F / (1U << kDropped));
+        const float part =
+            static_cast<float>(static_cast<int>(offset & ((1U << kDropped) - 1))) * (1.0F / (1U << kDropped));
         return values_[entry] + part * (values_[entry + 1] - values_[entry]);
     }
 
@@ -182,7 +183,7 @@ void LightRows::read(int y) {
         const float* signal = source_->signal(i);
         for (size_t x = 0; x < width; ++x) {
             const float step = std::min(std::max(signal[x], 0.0F), 1.0F) * kSteps + 0.5F;
-            light_[i][x] = table[static_cast<size_t>(step)];
+            light_[i][x] = table[static_cast<int>(step)];
         }
     }
     if (encoding_ == Encoding::kPq) return;
@@ -194,19 +195,18 @@ void LightRows::read(int y) {
     }
 }
 
-namespace {
-
-constexpr double kBin = 0.02; // Delta E
-constexpr size_t kBins = 60000;
-
-} // namespace
-
-void DeltaE::add(double value) {
+void DeltaE::add(const float* values, int count) {
     if (histogram_.empty()) histogram_.resize(kBins);
-    ++histogram_[std::min(static_cast<size_t>(value / kBin), kBins - 1)];
-    sum_ += value;
-    ++count_;
-    largest_ = std::max(largest_, value);
+    float largest = 0;
+    double sum = 0;
+    for (int i = 0; i < count; ++i) {
+        ++histogram_[static_cast<int>(std::min(values[i] * kBinsPerUnit, kBins - 1.0F))];
+        sum += values[i];
+        largest = std::max(largest, values[i]);
+    }
+    sum_ += sum;
+    count_ += count;
+    largest_ = std::max<double>(largest_, largest);
 }
 
 void DeltaE::add(const DeltaE& other) {
@@ -224,7 +224,7 @@ double DeltaE::percentile(double percentage) const {
     for (size_t i = 0; i < histogram_.size(); ++i) {
         seen += histogram_[i];
         if (seen >= percentage / 100 * static_cast<double>(count_))
-            return std::min((static_cast<double>(i) + 0.5) * kBin, largest_);
+            return std::min((static_cast<double>(i) + 0.5) / kBinsPerUnit, largest_);
     }
     return largest_;
 }
@@ -235,6 +235,7 @@ DeltaE delta_e(const AVFrame& a, Encoding encoding_a, const AVFrame& b, Encoding
     in_bands(a.height, [&](int first, int last, int band) {
         LightRows rows_a(a, encoding_a), rows_b(b, encoding_b);
         DeltaE& part = parts[band];
+        std::vector<float> row(static_cast<size_t>(a.width));
         for (int y = first; y < last; ++y) {
             rows_a.read(y);
             rows_b.read(y);
@@ -243,8 +244,9 @@ DeltaE delta_e(const AVFrame& a, Encoding encoding_a, const AVFrame& b, Encoding
             for (int x = 0; x < a.width; ++x) {
                 const Itp one = itp_of(pq, ra[x], ga[x], ba[x]), other = itp_of(pq, rb[x], gb[x], bb[x]);
                 const float i = one.i - other.i, t = one.t - other.t, p = one.p - other.p;
-                part.add(720 * std::sqrt(i * i + t * t + p * p));
+                row[x] = 720 * std::sqrt(i * i + t * t + p * p);
             }
+            part.add(row.data(), a.width);
         }
     });
     DeltaE all;
@@ -265,7 +267,7 @@ void to_pq(const AVFrame& from, Encoding encoding, AVFrame& gbrp10) {
                                                         static_cast<ptrdiff_t>(y) * gbrp10.linesize[plane]);
                 for (int x = 0; x < from.width; ++x) {
                     const float code = 1023 * pq(rows.component(i)[x]) + 0.5F;
-                    out[x] = static_cast<uint16_t>(code);
+                    out[x] = static_cast<uint16_t>(static_cast<int>(code));
                 }
             }
         }

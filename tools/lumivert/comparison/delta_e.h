@@ -35,13 +35,16 @@ private:
 /// Differences of many pixels.
 class DeltaE {
 public:
-    void add(double value);
+    void add(const float* values, int count);
     void add(const DeltaE& other);
     double mean() const { return count_ > 0 ? sum_ / static_cast<double>(count_) : 0; }
     double percentile(double percentage) const;
     double largest() const { return largest_; }
 
 private:
+    static constexpr float kBinsPerUnit = 50;
+    static constexpr size_t kBins = 60000;
+
     std::vector<uint32_t> histogram_;
     double sum_ = 0, largest_ = 0;
     int64_t count_ = 0;

@@ -257,14 +257,12 @@ Former::Former(const Kind& from, const Form& form)
 }
 
 FramePtr Former::scaled(const AVFrame& frame) {
-    FramePtr out(av_frame_alloc());
+    FramePtr out;
     if (!scaler_) {
+        out.reset(av_frame_alloc());
         check(av_frame_ref(out.get(), &frame), from_.name);
     } else {
-        out->format = scaled_to_;
-        out->width = frame.width;
-        out->height = frame.height;
-        check(av_frame_get_buffer(out.get(), 0), "frame memory");
+        out = new_frame(scaled_to_, frame.width, frame.height);
         check(sws_scale(scaler_.get(), frame.data, frame.linesize, 0, frame.height, out->data, out->linesize),
               from_.name);
     }
@@ -276,11 +274,7 @@ FramePtr Former::scaled(const AVFrame& frame) {
 FramePtr Former::bring(const AVFrame& frame) {
     FramePtr planes = scaled(frame);
     if (form_.way != Form::kLight) return planes;
-    FramePtr out(av_frame_alloc());
-    out->format = form_.format;
-    out->width = frame.width;
-    out->height = frame.height;
-    check(av_frame_get_buffer(out.get(), 0), "frame memory");
+    FramePtr out = new_frame(form_.format, frame.width, frame.height);
     to_pq(*planes, *from_.encoding, *out);
     return out;
 }

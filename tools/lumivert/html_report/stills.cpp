@@ -4,21 +4,13 @@
 
 #include "error.h"
 #include "hdr10plus/record_track.h"
+#include "media/orientation.h"
 #include "media/pixel_converter.h"
 
 namespace lumivert::tool {
 namespace {
 
 constexpr int kQuality = 4; // of JPEG's quantiser, 1 (best) to 31
-
-FramePtr new_frame(AVPixelFormat format, int width, int height) {
-    FramePtr frame(av_frame_alloc());
-    frame->format = format;
-    frame->width = width;
-    frame->height = height;
-    check(av_frame_get_buffer(frame.get(), 0), "frame memory");
-    return frame;
-}
 
 std::string jpeg(AVFrame& frame) {
     const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_MJPEG);
@@ -44,8 +36,9 @@ std::string jpeg(AVFrame& frame) {
 /// From limited-range planes over RGB, where both sides' matrices count, to JPEG.
 class Shrinker {
 public:
-    Shrinker(const Geometry& geometry, _Image_ColorFormat from, AVColorSpace matrix, int width, int height)
-        : geometry_(geometry), rgb_(new_frame(AV_PIX_FMT_RGB24, width, height)),
+    Shrinker(const Geometry& geometry, _Image_ColorFormat from, AVColorSpace matrix, int width, int height,
+             const Orientation& orientation)
+        : geometry_(geometry), orientation_(orientation), rgb_(new_frame(AV_PIX_FMT_RGB24, width, height)),
           yuv_(new_frame(AV_PIX_FMT_YUVJ444P, width, height)),
           to_rgb_(sws_getContext(geometry.width, geometry.height, av_format(from), width, height, AV_PIX_FMT_RGB24,
                                  SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP, nullptr, nullptr, nullptr)),
@@ -63,11 +56,12 @@ public:
         check(sws_scale(to_rgb_.get(), data, pitches, 0, geometry_.height, rgb_->data, rgb_->linesize), "scaling");
         check(sws_scale(to_yuv_.get(), rgb_->data, rgb_->linesize, 0, rgb_->height, yuv_->data, yuv_->linesize),
               "scaling");
-        return jpeg(*yuv_);
+        return jpeg(orientation_.upright() ? *yuv_ : *orientation_.turn(*yuv_));
     }
 
 private:
     const Geometry geometry_;
+    const Orientation orientation_;
     FramePtr rgb_, yuv_;
     ScalerPtr to_rgb_, to_yuv_;
 };
@@ -85,9 +79,11 @@ std::vector<Still> make_stills(FrameSource& source, const std::vector<int64_t>& 
     const Planes in(P010_LINEAR, geometry), out(format, geometry), plain(NV12, geometry);
     Converter automatically(geometry, automatic, Entry::kPool, environment);
     Converter by_default(geometry, Mode::kHdr10plus, Entry::kPool, environment);
-    Shrinker of_source(geometry, P010_LINEAR, AVCOL_SPC_BT2020_NCL, width, height);
-    Shrinker of_result(geometry, format, AVCOL_SPC_BT709, width, height);
-    Shrinker of_default(geometry, NV12, AVCOL_SPC_BT709, width, height);
+    const Orientation orientation(source.info().display_matrix);
+    const bool on_its_side = orientation.swaps_sides();
+    Shrinker of_source(geometry, P010_LINEAR, AVCOL_SPC_BT2020_NCL, width, height, orientation);
+    Shrinker of_result(geometry, format, AVCOL_SPC_BT709, width, height, orientation);
+    Shrinker of_default(geometry, NV12, AVCOL_SPC_BT709, width, height, orientation);
 
     std::vector<Still> stills;
     RecordTrack track;
@@ -103,8 +99,8 @@ std::vector<Still> make_stills(FrameSource& source, const std::vector<int64_t>& 
         const Record* record = track.current() ? &*track.current() : nullptr;
         automatically.convert(in, out, record, luminances);
         by_default.convert(in, plain, nullptr, luminances);
-        stills.push_back(
-            {number, width, height, of_source.shrink(in), of_result.shrink(out), of_default.shrink(plain)});
+        stills.push_back({number, on_its_side ? height : width, on_its_side ? width : height, of_source.shrink(in),
+                          of_result.shrink(out), of_default.shrink(plain)});
     }
     return stills;
 }

@@ -16,7 +16,8 @@ namespace lumivert::tool {
 struct Still {
     int64_t frame;
     int width, height;
-    std::string source, automatic, by_default; ///< JPEG: PQ as it is, mode auto, the default record
+    std::string source, automatic,
+        by_default; ///< JPEG, turned as players show it: PQ as it is, mode auto, the default record
 };
 
 /// Reads the source from its start up to the last of `frames`, which rise. `progress` gets the number of frames read.

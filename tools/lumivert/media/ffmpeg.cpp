@@ -89,4 +89,13 @@ int check(int result, const std::string& path) {
     throw Error(path + ": " + reason + (first_error.empty() ? "" : " (" + first_error + ")"));
 }
 
+FramePtr new_frame(AVPixelFormat format, int width, int height) {
+    FramePtr frame(av_frame_alloc());
+    frame->format = format;
+    frame->width = width;
+    frame->height = height;
+    check(av_frame_get_buffer(frame.get(), 0), "frame memory");
+    return frame;
+}
+
 } // namespace lumivert::tool

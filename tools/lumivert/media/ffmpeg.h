@@ -59,4 +59,7 @@ long ffmpeg_error_count();
 /// Throws "PATH: reason (what FFmpeg logged)" for a negative result; else gives it back.
 int check(int result, const std::string& path);
 
+/// A frame with memory of its own.
+FramePtr new_frame(AVPixelFormat format, int width, int height);
+
 } // namespace lumivert::tool

@@ -32,12 +32,10 @@ int Orientation::degrees() const {
 }
 
 FramePtr Orientation::turn(const AVFrame& picture) const {
-    FramePtr turned(av_frame_alloc());
-    turned->format = picture.format;
-    turned->width = swaps_sides() ? picture.height : picture.width;
-    turned->height = swaps_sides() ? picture.width : picture.height;
+    FramePtr turned =
+        new_frame(static_cast<AVPixelFormat>(picture.format), swaps_sides() ? picture.height : picture.width,
+                  swaps_sides() ? picture.width : picture.height);
     turned->color_range = picture.color_range;
-    check(av_frame_get_buffer(turned.get(), 0), "frame memory");
     const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(picture.format));
     const int planes = av_pix_fmt_count_planes(static_cast<AVPixelFormat>(picture.format));
     for (int plane = 0; plane < planes; ++plane) {

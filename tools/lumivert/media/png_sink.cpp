@@ -65,7 +65,7 @@ public:
 private:
     void save(const std::string& path, const AVFrame& frame) const {
         if (keep_ && std::filesystem::exists(path)) return;
-        write_png(path, frame.data[0], frame.width, frame.height, frame.linesize[0], 3);
+        write_png(path, frame.data[0], frame.width, frame.height, frame.linesize[0]);
     }
 
     NamePattern pattern_;

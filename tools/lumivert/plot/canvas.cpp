@@ -132,7 +132,7 @@ void Canvas::save_png() {
             for (const int shift : {16, 8, 0})
                 rgb.push_back(static_cast<uint8_t>(pixel >> shift));
         }
-    write_png(path_, rgb.data(), width, height, ptrdiff_t{3} * width, 3);
+    write_png(path_, rgb.data(), width, height, ptrdiff_t{3} * width);
 }
 
 void Canvas::save() {
