@@ -139,7 +139,7 @@ class Limits(ToolTest):
     @unittest.skipIf(b"__asan_init" in read(LUMIVERT), "the address sanitizer itself takes terabytes of address space")
     def test_address_space(self):
         ends = [self.expect_one_line_or_success(resource.RLIMIT_AS, megabytes << 20)
-                for megabytes in (200, 250, 300, 450, 550, 600, 650, 700, 750, 800, 900, 1000)]
+                for megabytes in (280, 300, 450, 550, 600, 650, 700, 750, 800, 900, 1000)]
         self.assertEqual(ends[0], FAILED)
 
     def test_descriptors(self):

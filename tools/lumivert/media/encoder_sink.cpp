@@ -11,19 +11,13 @@ extern "C" {
 
 #include "error.h"
 #include "io/output_file.h"
+#include "media/muxer.h"
 #include "media/orientation.h"
 #include "media/pixel_converter.h"
 #include "media/sink.h"
 
 namespace lumivert::tool {
 namespace {
-
-struct FreeMuxer {
-    void operator()(AVFormatContext* muxer) const {
-        if (muxer->pb != nullptr) avio_closep(&muxer->pb);
-        avformat_free_context(muxer);
-    }
-};
 
 /// When packets are to be decoded, made from the times at which their pictures are shown. Encoders tell it as well, but
 /// x265 3.5 takes it from memory that it never set where a clip has two pictures or fewer.
@@ -203,7 +197,7 @@ private:
     const AVPixelFormat pixel_format_;
     PixelConverter pixels_;
     std::unique_ptr<PendingFile> file_;
-    std::unique_ptr<AVFormatContext, FreeMuxer> muxer_;
+    MuxerPtr muxer_;
     CodecPtr encoder_;
     AVStream* stream_ = nullptr;
     std::optional<TrackCopier> tracks_;

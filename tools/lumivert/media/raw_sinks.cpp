@@ -1,6 +1,8 @@
-#include <cstdio>
+#include <memory>
 
+#include "error.h"
 #include "io/output_file.h"
+#include "media/muxer.h"
 #include "media/pixel_converter.h"
 #include "media/sink.h"
 
@@ -30,36 +32,62 @@ private:
     OutputStream out_;
 };
 
+/// Through FFmpeg's muxer, which writes frames' samples after a header that tells the range, but no matrix.
 class Y4mSink : public FrameSink {
 public:
     explicit Y4mSink(const OutputSpec& spec)
-        : deep_(spec.format == P010_LINEAR), out_(spec.path),
-          planar_(spec.format, spec.width, spec.height, deep_ ? AV_PIX_FMT_YUV420P10LE : AV_PIX_FMT_YUV420P,
-                  spec.colour.matrix) {
-        char header[200];
-        const AVRational aspect = spec.clip.sample_aspect_ratio;
-        std::snprintf(header, sizeof header, "YUV4MPEG2 W%d H%d F%d:%d Ip A%d:%d %s XCOLORRANGE=LIMITED\n", spec.width,
-                      spec.height, spec.clip.frame_rate.num, spec.clip.frame_rate.den, aspect.num,
-                      aspect.num == 0 ? 0 : aspect.den, deep_ ? "C420p10 XYSCSS=420P10" : "C420mpeg2 XYSCSS=420MPEG2");
-        out_.write(header);
+        : path_(spec.path), pixel_format_(spec.format == P010_LINEAR ? AV_PIX_FMT_YUV420P10LE : AV_PIX_FMT_YUV420P),
+          planar_(spec.format, spec.width, spec.height, pixel_format_, spec.colour.matrix) {
+        if (path_ != "-") file_ = std::make_unique<PendingFile>(path_);
+        AVFormatContext* muxer = nullptr;
+        check(avformat_alloc_output_context2(&muxer, nullptr, "yuv4mpegpipe", nullptr), path_);
+        muxer_.reset(muxer);
+        muxer->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL; // 10 bits
+        const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_WRAPPED_AVFRAME);
+        if (codec == nullptr) throw Error("this FFmpeg cannot write Y4M");
+        encoder_.reset(avcodec_alloc_context3(codec));
+        encoder_->width = spec.width;
+        encoder_->height = spec.height;
+        encoder_->pix_fmt = pixel_format_;
+        encoder_->time_base = av_inv_q(spec.clip.frame_rate);
+        encoder_->sample_aspect_ratio = spec.clip.sample_aspect_ratio;
+        encoder_->color_range = AVCOL_RANGE_MPEG;
+        encoder_->chroma_sample_location = AVCHROMA_LOC_LEFT;
+        check(avcodec_open2(encoder_.get(), codec, nullptr), path_);
+        AVStream* stream = avformat_new_stream(muxer, nullptr);
+        if (stream == nullptr) throw Error(path_ + ": out of memory");
+        stream->time_base = encoder_->time_base;
+        stream->avg_frame_rate = spec.clip.frame_rate;
+        stream->sample_aspect_ratio = encoder_->sample_aspect_ratio;
+        check(avcodec_parameters_from_context(stream->codecpar, encoder_.get()), path_);
+        check(avio_open(&muxer->pb, (file_ ? "file:" + file_->name() : "pipe:1").c_str(), AVIO_FLAG_WRITE), path_);
+        check(avformat_write_header(muxer, nullptr), path_);
     }
 
     void write(const Picture& picture) override {
-        out_.write("FRAME\n");
-        const AVFrame& frame = planar_.convert(picture);
-        for (int plane = 0; plane < 3; ++plane) {
-            const int columns = plane == 0 ? picture.width : picture.width / 2;
-            for (int y = 0; y < plane_rows(plane, picture.height); ++y)
-                out_.write(frame.data[plane] + static_cast<ptrdiff_t>(y) * frame.linesize[plane],
-                           static_cast<size_t>(columns) * (deep_ ? 2 : 1));
-        }
+        AVFrame& frame = planar_.convert(picture);
+        frame.pts = number_++;
+        check(avcodec_send_frame(encoder_.get(), &frame), path_);
+        check(avcodec_receive_packet(encoder_.get(), packet_.get()), path_);
+        check(av_write_frame(muxer_.get(), packet_.get()), path_);
+        av_packet_unref(packet_.get()); // lets go of the frame before the next one
+        check(muxer_->pb->error, path_);
     }
-    void finish() override { out_.commit(); }
+    void finish() override {
+        check(av_write_trailer(muxer_.get()), path_);
+        check(avio_closep(&muxer_->pb), path_);
+        if (file_) file_->commit();
+    }
 
 private:
-    const bool deep_;
-    OutputStream out_;
+    const std::string path_;
+    const AVPixelFormat pixel_format_;
     PixelConverter planar_;
+    std::unique_ptr<PendingFile> file_;
+    MuxerPtr muxer_;
+    CodecPtr encoder_;
+    const PacketPtr packet_{av_packet_alloc()};
+    int64_t number_ = 0;
 };
 
 } // namespace
