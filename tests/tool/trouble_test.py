@@ -60,6 +60,17 @@ class BadInput(ToolTest):
         self.assertIn("no command convrt", self.lumivert("convrt", status=FAILED)[1])
         self.assertOnlyFiles(*before)
 
+    def test_an_mp4_from_a_pipe_has_its_index_first(self):
+        ffmpeg("-f", "lavfi", "-i", "testsrc2=s=320x180:d=1", "-vf", "noise=alls=90:allf=t", "-pix_fmt", "yuv420p10le",
+               "-c:v", "libx265", "-preset", "ultrafast", "-x265-params",
+               "log-level=none:crf=4:colorprim=bt2020:transfer=smpte2084:colormatrix=bt2020nc", "end.mp4")
+        ffmpeg("-i", "end.mp4", "-c", "copy", "-movflags", "+faststart", "front.mp4")
+        for name, status, message in (("end.mp4", FAILED, "standard input: an MP4 whose index is at the end cannot be"),
+                                      ("front.mp4", DONE, "25 frames")):
+            lines = self.convert("-", "out.mp4", stdin=read(name), status=status)
+            self.assertIn(message, lines)
+            self.assertEqual(lines.count("\n"), 1 if status else 2)
+
     def test_damaged_clips_give_what_is_whole_and_a_warning(self):
         data = read(DEMO)
         write("cut.mp4", data[:len(data) // 2])
@@ -88,6 +99,47 @@ class Outputs(ToolTest):
             self.assertEqual(read(name), b"what was there before")
             self.assertOnlyFiles(name)
             os.remove(name)
+
+    def test_an_output_that_is_an_input_is_refused_by_every_command(self):
+        for name in ("in.json", "in.png", "in.html", "in.cube"):
+            write(name, read(DEMO))
+        before = {name: read(name) for name in os.listdir()}
+        os.link("in.png", "other-worst-1.png")
+        for arguments in (("metadata", "in.json", "-o", "in.json"), ("curve", "in.png", "-o", "in.png"),
+                          ("curve", "in.cube", "-o", "in.cube"), ("measure", "in.png", "-o", "in.png"),
+                          ("report", "in.html", "-o", "in.html"), ("compare", DEMO, "in.png", "-o", "in.png"),
+                          ("compare", "in.png", DEMO, "--worst", "1", "-o", "other.png")):
+            with self.subTest(arguments=arguments):
+                self.assertIn("is the input ", self.lumivert(*arguments, status=FAILED)[1])
+        os.remove("other-worst-1.png")
+        self.assertEqual({name: read(name) for name in os.listdir()}, before)
+
+    def test_what_a_killed_run_has_left_is_removed_by_the_next_one(self):
+        start = lambda name: subprocess.Popen([LUMIVERT, "convert", "-", "--size", "64x64", "--mode", "static", "-o", name],
+                                              stdin=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        def wait_for_files(count):
+            deadline = time.monotonic() + 60
+            while len(os.listdir()) < count and time.monotonic() < deadline:
+                time.sleep(0.01)
+            return set(os.listdir())
+        frame = bytes(64 * 64 * 3)
+        write("in.p010", frame)
+        with start("living.p010") as living:
+            living.stdin.write(frame)
+            living.stdin.flush()
+            others = wait_for_files(2)
+            with start("killed.p010") as killed:
+                killed.stdin.write(frame)
+                killed.stdin.flush()
+                left = wait_for_files(3) - others
+                killed.kill()
+            self.assertTrue(left and left < set(os.listdir()))
+            write(".lumivert-notes", b"not ours")
+            self.convert("in.p010", "out.p010", "--size", "64x64", "--mode", "static")
+            self.assertEqual(set(os.listdir()), others | {".lumivert-notes", "out.p010"})
+            living.stdin.close()
+        self.assertEqual(living.returncode, DONE)
+        self.assertOnlyFiles(".lumivert-notes", "in.p010", "out.p010", "living.p010")
 
     def test_a_reader_that_goes_away(self):
         tool = subprocess.Popen([LUMIVERT, "convert", DEMO, "-o", "-", "--as", "nv12"], stdout=subprocess.PIPE,

@@ -294,7 +294,10 @@ void check_outputs(const Options& options) {
     if (options.picture.empty()) return;
     if (std::filesystem::path(options.picture).extension() != ".png")
         throw Error(options.picture + ": differences are drawn as .png");
+    refuse_same_file(options.picture, {options.a, options.b});
     check_writable(options.picture);
+    for (int place = 1; place <= options.worst; ++place)
+        refuse_same_file(worst_name(options.picture, place), {options.a, options.b});
 }
 
 int run(const Options& options) {

@@ -141,6 +141,7 @@ int run(const Options& options) {
     if (options.json && options.csv) throw Error("--json and --csv both go to standard output; choose one");
     if (!options.chart.empty()) {
         check_chart_name(options.chart);
+        refuse_same_file(options.chart, {options.input});
         check_writable(options.chart);
     }
     const auto source = open_source(options.input, options.size, options.rate, options.as_pq);

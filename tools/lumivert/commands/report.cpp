@@ -57,6 +57,7 @@ int run(const Options& options) {
     if (options.input == "-") throw Error("a report reads its clip twice; standard input can be read only once");
     if (std::filesystem::path(options.output).extension() != ".html" && options.output != "-")
         throw Error(options.output + ": a report is written as .html");
+    refuse_same_file(options.output, {options.input});
     check_writable(options.output);
     const Environment environment(options.device);
     ReportContent content;

@@ -9,7 +9,8 @@
 namespace lumivert::tool {
 
 /// A temporary name in the folder of `path`, for writers that open files by name. Removed unless committed. What
-/// exists already and is no regular file (a pipe, a device) is written to directly.
+/// exists already and is no regular file (a pipe, a device) is written to directly. The first one in a folder removes
+/// the files that killed runs have left there.
 class PendingFile {
 public:
     explicit PendingFile(const std::string& path);
@@ -23,6 +24,7 @@ public:
 
 private:
     std::string final_, temporary_;
+    int lock_ = -1; ///< keeps other runs from taking the file for abandoned
     bool pending_ = true;
 };
 

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <limits>
+#include <string_view>
 #include <utility>
 
 extern "C" {
@@ -121,6 +122,10 @@ ClipReader::ClipReader(const std::string& path, const std::optional<RawLayout>& 
     if (keep_others) info_.others = std::make_shared<OtherTracks>(*demuxer_, stream_);
     next_packet_ = read_packet();
     FramePtr first = decode();
+    if (!first && std::string_view(opened->iformat->name).substr(0, 4) == "mov," &&
+        (opened->pb->seekable & AVIO_SEEKABLE_NORMAL) == 0)
+        throw Error(path_ + ": an MP4 whose index is at the end cannot be read from a pipe; name the file, or move the "
+                            "index with ffmpeg -c copy -movflags +faststart");
     if (!first) throw Error(path_ + ": no frame in it can be decoded");
     describe(*first);
     ahead_.push_back(std::move(first));
