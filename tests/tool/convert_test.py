@@ -178,6 +178,19 @@ class Outputs(ToolTest):
             self.assertAlmostEqual(time, expected, delta=1e-3)
         self.assertEqual(*told)
 
+    def test_matroska_and_stills_hold_turned_clips_upright(self):
+        ffmpeg("-i", DEMO, "-frames:v", "2", "-c", "copy", "in.mp4")
+        write("in.mp4", turned(read("in.mp4")))
+        for name, options in (("out.mkv", ()), ("out.png", ("--frames", "0"))):
+            self.convert("in.mp4", name, *options)
+            stream = ffprobe(name, "streams")[0]
+            self.assertEqual((stream["width"], stream["height"]), (360, 640), name)
+
+    def test_records_that_begin_after_the_look_ahead(self):
+        clip_with_records("in.hevc", 17 * [None] + [record(1000)])
+        lines = self.convert("in.hevc", "out.p010", status=DIFFERENT)
+        self.assertRegex(lines, r"frame 17\b.*--mode hdr10plus")
+
     def test_other_tracks_come_along_and_no_hdr_stays(self):
         write("s.srt", b"1\n00:00:01,200 --> 00:00:02,500\nHello\n")
         write("c.txt", b";FFMETADATA1\ntitle=A title\n[CHAPTER]\nTIMEBASE=1/1000\nSTART=1000\nEND=3000\ntitle=Two\n")
