@@ -218,8 +218,10 @@ class Outputs(ToolTest):
             with unittest.mock.patch.dict(os.environ, MALLOC_PERTURB_=fill):
                 for frames in (1, 2, 3):
                     write("in.p010", bytes(frames * 64 * 64 * 3))
-                    for name, rate in (("out.mp4", "1000"), ("out.mkv", "25")):
-                        self.convert("in.p010", name, "--size", "64x64", "--mode", "static", "--rate", rate)
+                    for name, rate, codec in (("out.mp4", "1000", "hevc"), ("out.mkv", "25", "hevc"),
+                                              ("out.mp4", "25", "h264"), ("out.mkv", "1000", "h264")):
+                        self.convert("in.p010", name, "--size", "64x64", "--mode", "static", "--rate", rate, "--codec",
+                                     codec)
                         self.assertEqual(len(ffprobe(name, "packets")), frames)
 
     def test_many_clips_in_one_go(self):
