@@ -52,6 +52,7 @@ class Report(ToolTest):
         self.assertEqual([size[:2] for size in stills], 3 * [("360", "640")])
         write("still.jpg", base64.b64decode(stills[1][2]))
         self.convert("in.mp4", "still.png", "--frames", "11")
+
         def small(path):
             return ffmpeg("-i", path, "-vf", "scale=18:32:flags=area", "-f", "rawvideo", "-pix_fmt", "gray", "-")
         self.assertLess(max(abs(a - b) for a, b in zip(small("still.jpg"), small("still.png"))), 12)

@@ -117,6 +117,7 @@ class Outputs(ToolTest):
     def test_what_a_killed_run_has_left_is_removed_by_the_next_one(self):
         start = lambda name: subprocess.Popen([LUMIVERT, "convert", "-", "--size", "64x64", "--mode", "static", "-o", name],
                                               stdin=subprocess.PIPE, stderr=subprocess.DEVNULL)
+
         def wait_for_files(count):
             deadline = time.monotonic() + 60
             while len(os.listdir()) < count and time.monotonic() < deadline:
