@@ -5,7 +5,7 @@
 
 namespace lumivert::tool {
 
-/// Whether a packet of AV1 carries an HDR10+ message: metadata of type ITU-T T.35 (AV1 specification, 6.7.2) from the
+/// Whether a packet of AV1 carries an HDR10+ message: metadata of type ITU-T T.35 (AV1 bitstream, 6.7.2) from the
 /// provider of SMPTE ST 2094-40.
 bool carries_hdr10plus(const AVPacket& packet);
 
