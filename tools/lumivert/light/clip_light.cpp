@@ -13,20 +13,6 @@
 namespace lumivert::tool {
 namespace {
 
-YuvView view_of(const Planes& p010, const Geometry& geometry, const ClipInfo& clip) {
-    const ptrdiff_t pitch = ptrdiff_t{2} * geometry.pitch;
-    YuvView view = {};
-    view.component[0] = {p010.first.data(), pitch, 2, 6};
-    view.component[1] = {p010.second.data(), pitch, 4, 6};
-    view.component[2] = {p010.second.data() + 2, pitch, 4, 6};
-    view.width = geometry.width;
-    view.height = geometry.height;
-    view.bits = 10;
-    view.chroma_x = view.chroma_y = 1;
-    view.full_range = clip.range == AVCOL_RANGE_JPEG;
-    return view;
-}
-
 /// A frame on its way to a worker, with the memory it lies in.
 struct Slot {
     std::unique_ptr<Planes> planes;
@@ -92,7 +78,7 @@ private:
 
     void measure_all() {
         while (auto slot = loaded_.pop()) {
-            slot->frame.light = measure_light(view_of(*slot->planes, geometry_, source_.info()));
+            slot->frame.light = light_of(count_light(view_of(*slot->planes, geometry_, source_.info())));
             {
                 const std::lock_guard lock(mutex_);
                 done_.push_back(slot->frame);
@@ -153,6 +139,20 @@ std::string number(double value) {
 }
 
 } // namespace
+
+YuvView view_of(const Planes& p010, const Geometry& geometry, const ClipInfo& clip) {
+    const ptrdiff_t pitch = ptrdiff_t{2} * geometry.pitch;
+    YuvView view = {};
+    view.component[0] = {p010.first.data(), pitch, 2, 6};
+    view.component[1] = {p010.second.data(), pitch, 4, 6};
+    view.component[2] = {p010.second.data() + 2, pitch, 4, 6};
+    view.width = geometry.width;
+    view.height = geometry.height;
+    view.bits = 10;
+    view.chroma_x = view.chroma_y = 1;
+    view.full_range = clip.range == AVCOL_RANGE_JPEG;
+    return view;
+}
 
 ClipLight measure_clip(FrameSource& source, const std::function<void(int64_t)>& each) {
     ClipLight result;

@@ -26,6 +26,9 @@ struct ClipLight {
     int64_t max_cll_frame = 0, max_fall_frame = 0; ///< where they were found
 };
 
+/// The picture part of planes that a source has filled.
+YuvView view_of(const Planes& p010, const Geometry& geometry, const ClipInfo& clip);
+
 /// Reads the source to its end. `each` gets the number of frames measured so far.
 ClipLight measure_clip(FrameSource& source, const std::function<void(int64_t)>& each);
 

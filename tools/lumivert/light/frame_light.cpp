@@ -2,17 +2,17 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <iterator>
+#include <numeric>
+#include <utility>
 
 #include "hdr10plus/pixel_chain.h"
 
 namespace lumivert::tool {
 namespace {
 
-/// Steps of the PQ signal that are told apart. One step is less than 0.25 % of the light from 0.1 cd/m2 on.
-constexpr int kSteps = 1 << 14;
-
-using Histogram = std::vector<uint32_t>;
+constexpr int kSteps = LightHistogram::kSteps;
 
 const std::vector<double>& luminance_of_step() {
     static const std::vector<double> table = [] {
@@ -56,15 +56,15 @@ double FrameLight::percentile(double percentage) const {
     return percentiles.at(static_cast<size_t>(std::distance(kPercentages.begin(), found)));
 }
 
-FrameLight measure_light(const YuvView& picture) {
+LightHistogram count_light(const YuvView& picture) {
     RgbRows rows(picture, kBt2020);
     // Two, because equal neighbours would wait for each other's count.
-    Histogram even(kSteps + 1), odd(kSteps + 1);
+    std::vector<uint32_t> even(kSteps + 1), odd(kSteps + 1);
     std::vector<int> steps(static_cast<size_t>(picture.width) + 1);
-    std::array<int, 3> largest = {};
+    LightHistogram histogram;
     for (int y = 0; y < picture.height; ++y) {
         rows.read(y);
-        add_row(rows, picture.width, steps.data(), largest);
+        add_row(rows, picture.width, steps.data(), histogram.largest);
         int x = 0;
         for (; x + 1 < picture.width; x += 2) {
             ++even[steps[x]];
@@ -72,16 +72,21 @@ FrameLight measure_light(const YuvView& picture) {
         }
         if (x < picture.width) ++even[steps[x]];
     }
+    std::transform(even.begin(), even.end(), odd.begin(), even.begin(), std::plus<>());
+    histogram.pixels = std::move(even);
+    return histogram;
+}
 
+FrameLight light_of(const LightHistogram& histogram) {
     const auto& luminance = luminance_of_step();
     FrameLight light;
     for (int i = 0; i < 3; ++i)
-        light.maximum[i] = luminance[largest[i]];
-    const double pixels = static_cast<double>(picture.width) * picture.height;
+        light.maximum[i] = luminance[histogram.largest[i]];
+    const double pixels = std::accumulate(histogram.pixels.begin(), histogram.pixels.end(), 0.0);
     double count = 0, sum = 0;
     size_t next = 0;
     for (int i = 0; i <= kSteps; ++i) {
-        const uint32_t here = even[i] + odd[i];
+        const uint32_t here = histogram.pixels[i];
         if (here == 0) continue;
         count += here;
         sum += here * luminance[i];

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
+#include <vector>
 
 #include "frames/rgb_rows.h"
 
@@ -20,7 +22,18 @@ struct FrameLight {
     double percentile(double percentage) const; ///< one of kPercentages
 };
 
-/// Measures a picture in PQ and BT.2020. Codes out of range count as black or as 10000 cd/m2.
-FrameLight measure_light(const YuvView& picture);
+/// How many pixels have how much light.
+struct LightHistogram {
+    /// Of the PQ signal, 0 to 1. One step is less than 0.25 % of the light from 0.1 cd/m2 on.
+    static constexpr int kSteps = 1 << 14;
+
+    std::vector<uint32_t> pixels;    ///< entry k: those whose max(R, G, B) is k / kSteps of the PQ signal
+    std::array<int, 3> largest = {}; ///< step of the largest red, green and blue
+};
+
+/// Counts a picture in PQ and BT.2020. Codes out of range count as black or as 10000 cd/m2.
+LightHistogram count_light(const YuvView& picture);
+
+FrameLight light_of(const LightHistogram& histogram);
 
 } // namespace lumivert::tool
