@@ -6,6 +6,7 @@ import unittest
 import xml.etree.ElementTree
 
 from lumivert_tool import *
+import pq_video
 
 
 def records_of(path):
@@ -137,6 +138,47 @@ class Curve(ToolTest):
             for column, value in (("input_cd_m2", light), ("curve_cd_m2", wanted), ("output_cd_m2", shown)):
                 self.assertAlmostEqual(float(rows[code][column]), value, delta=0.02 * value, msg=(code, column))
 
+    def test_a_clip_without_records_gets_the_table_that_converts_it(self):
+        codes = range(64, 941)
+        raw = ("ramp.p010", "--size", f"{2 * len(codes)}x2")
+        write("ramp.p010", p010(2 * len(codes), 2, lambda x, y: (codes[x // 2], 512, 512)))
+        for source, options, master in ((raw, (), 1000), ((DEMO, "--mode", "static"), ("--max-luminance", "4000"), 4000)):
+            self.convert(*raw[:1], "own.p010", *raw[1:], "--mode", "static", *options)
+            own = memoryview(read("own.p010")).cast("H")
+            self.lumivert("curve", *source, "-o", "out.csv")
+            rows = list(csv.DictReader(io.StringIO(read("out.csv").decode())))
+            self.assertEqual({int(r["table_cd_m2"]) for r in rows}, {master})
+            self.assertEqual([(int(r["code_in"]), int(r["code_out"])) for r in rows],
+                             [(code, own[2 * i] >> 6) for i, code in enumerate(codes)])
+            middle = rows[512 - 64]
+            self.assertAlmostEqual(float(middle["input_cd_m2"]), 103.4, delta=0.1)
+            shown = 250 * ((int(middle["code_out"]) - 64) / 876) ** (1 / 0.45)
+            self.assertAlmostEqual(float(middle["output_cd_m2"]), shown, delta=0.01)
+        self.lumivert("curve", *raw, "--mode", "hdr10plus", "-o", "out.csv")
+        self.assertIn(b"relative_gain", read("out.csv"))
+
+    def test_the_histogram_is_that_of_the_frame(self):
+        """Read back from the picture: the columns and heights of its bars."""
+        left, right, top = 86, 850, pq_video.pq(1500)
+
+        def bars(*arguments):
+            self.lumivert("curve", *arguments, "-o", "c.png")
+            picture = ffmpeg("-i", "c.png", "-f", "rawvideo", "-pix_fmt", "rgb24", "-")
+            rows = range(3 * 1280 * 704, 3 * 1280 * 820, 3 * 1280)
+            heights = [sum(picture[row + 3 * x:row + 3 * x + 3] == bytes((115, 122, 138)) for row in rows)
+                       for x in range(left + 2, right - 2)]
+            return [(left + 3 + i, bar) for i, (before, bar) in enumerate(zip(heights, heights[1:])) if bar and not before]
+        write("in.p010", p010(64, 32, lambda x, y: (300 if x < 48 else 640, 512, 512)) +
+              p010(64, 32, lambda x, y: (500, 512, 512)))
+        for frame, codes in (("0", (300, 640)), ("1", (500,))):
+            found = bars("in.p010", "--size", "64x32", "--frame", frame)
+            for (x, _), code in zip(found, codes, strict=True):
+                self.assertAlmostEqual(x, left + (right - left) * (code - 64) / 876 / top, delta=4)
+            self.assertEqual(found, sorted(found, key=lambda bar: -bar[1]))  # the more pixels, the higher
+        write_scenes("in.json", [scene()])
+        self.lumivert("curve", "in.json", "-o", "c.png")
+        self.assertLess(ffprobe("c.png", "streams")[0]["height"], 800)  # no pixels, no histogram
+
     def test_pictures_are_whole(self):
         for options in (("--frame", "36"), ("--all",)):
             for name in ("c.png", "c.svg"):
@@ -145,6 +187,18 @@ class Curve(ToolTest):
             self.assertTrue(xml.etree.ElementTree.parse("c.svg").getroot().tag.endswith("svg"))
         _, lines = self.lumivert("curve", DEMO, "--frame", "72", "-o", "c.png", status=FAILED)
         self.assertIn("has no frame 72, only 72 frames", lines)
+        clip("plain.mp4", "64x64")
+        clip("hlg.mp4", "64x64", transfer="arib-std-b67")
+        for name in ("c.png", "c.svg"):
+            self.lumivert("curve", "plain.mp4", "--all", "-o", name)
+        write_scenes("in.json", [scene()])
+        for arguments, message in ((("plain.mp4", "--frame", "9"), "plain.mp4: has no frame 9"),
+                                   (("hlg.mp4",), "not an HDR10 clip: its transfer is arib-std-b67"),
+                                   (("in.json", "--mode", "static"), "mode static uses no metadata")):
+            lines = self.lumivert("curve", *arguments, "-o", "none.png", status=FAILED)[1]
+            self.assertIn(message, lines)
+            self.assertEqual(lines.count("\n"), 1)
+        self.assertFalse(os.path.exists("none.png"))
 
 
 class Devices(ToolTest):

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "commands/options.h"
+#include "conversion/plan.h"
 #include "engine/lattice.h"
 #include "engine/pipeline.h"
 #include "error.h"
@@ -35,18 +36,18 @@ Conversion of_metadata(const std::string& input, int64_t frame) {
     return conversion;
 }
 
-Conversion of_clip(const std::string& input, int64_t frame) {
-    const auto source = open_source(input, "", 25, false);
+Conversion of_clip(const CurveInput& input, int64_t frame) {
+    const auto source = input.open();
     const ClipInfo& clip = source->info();
     Conversion conversion;
-    conversion.mode = source->has_records() ? Mode::kHdr10plus : Mode::kStaticTable;
+    conversion.mode = input.takes_fixed_table(*source) ? Mode::kStaticTable : Mode::kHdr10plus;
     conversion.luminances = luminances_of(clip.static_metadata);
     const Geometry geometry(clip.width, clip.height);
     RecordTrack track;
     SourceFrame found;
     for (int64_t i = 0; i <= frame; ++i) {
         if (!source->skip(geometry, found))
-            throw Error(input + ": has no frame " + std::to_string(frame) + ", only " + counted(i, "frame"));
+            throw Error(input.path + ": has no frame " + std::to_string(frame) + ", only " + counted(i, "frame"));
         track.advance(i, found.record);
     }
     source->report();
@@ -56,15 +57,28 @@ Conversion of_clip(const std::string& input, int64_t frame) {
 
 } // namespace
 
-void write_cube(const std::string& input, int64_t frame, int size, const std::string& device,
+bool CurveInput::is_metadata() const {
+    return std::filesystem::path(path).extension() == ".json";
+}
+
+std::unique_ptr<FrameSource> CurveInput::open() const {
+    auto source = open_source(path, size, 25, as_pq);
+    check_size(path, source->info());
+    return source;
+}
+
+bool CurveInput::takes_fixed_table(FrameSource& source) const {
+    return mode == "static" || (mode == "auto" && !source.has_records());
+}
+
+void write_cube(const CurveInput& input, int64_t frame, int size, const std::string& device,
                 const std::string& output) {
     check_writable(output);
-    const bool metadata = std::filesystem::path(input).extension() == ".json";
-    const Conversion conversion = metadata ? of_metadata(input, frame) : of_clip(input, frame);
+    const Conversion conversion = input.is_metadata() ? of_metadata(input.path, frame) : of_clip(input, frame);
     const Environment environment(device);
     const Look look = sample_look(size, conversion.mode, conversion.record ? &*conversion.record : nullptr,
                                   conversion.luminances, environment);
-    const std::string name = std::filesystem::path(input).filename().string();
+    const std::string name = std::filesystem::path(input.path).filename().string();
     const char* way = conversion.mode == Mode::kStaticTable ? "by the fixed table" : "by its HDR10+ tone curve";
     write_document(
         output, cube_text(name + ", frame " + std::to_string(frame) + ", HDR to SDR",

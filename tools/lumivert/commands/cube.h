@@ -2,12 +2,24 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
+
+#include "media/source.h"
 
 namespace lumivert::tool {
 
-/// `input` is a clip, or HDR10+ metadata as .json. Converts as mode auto would.
-void write_cube(const std::string& input, int64_t frame, int size, const std::string& device,
-                const std::string& output);
+/// What `curve` looks at: a clip, raw P010, or HDR10+ metadata as .json, and as which mode would convert it.
+struct CurveInput {
+    std::string path, size, mode = "auto";
+    bool as_pq = false;
+
+    bool is_metadata() const;
+    /// Throws for what cannot be converted.
+    std::unique_ptr<FrameSource> open() const;
+    bool takes_fixed_table(FrameSource& source) const;
+};
+
+void write_cube(const CurveInput& input, int64_t frame, int size, const std::string& device, const std::string& output);
 
 } // namespace lumivert::tool

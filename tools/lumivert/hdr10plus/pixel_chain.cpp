@@ -48,8 +48,7 @@ GreyPixel through_tone_curve(int code_in, const ToneCurve& curve) {
     const int luma = static_cast<int>(0.2126F * channel + 0.7152F * channel + 0.0722F * channel);
     // 16 is added without making room for it, which undoes the missing stretch for a display that reads limited range.
     const int code_out = std::min(luma + 16, 255);
-    return {
-        code_in, luminance_from_code(code_in), gain, code_out, rgba, display_light(code_out, 16, 235, curve.target)};
+    return {code_in, luminance_from_code(code_in), gain, code_out, display_light(code_out, 16, 235, curve.target)};
 }
 
 int fixed_table_of(double mastering_peak) {
@@ -59,7 +58,7 @@ int fixed_table_of(double mastering_peak) {
 
 GreyPixel through_fixed_table(int code_in, double mastering_peak, double target) {
     const int code_out = (fixed_table_of(mastering_peak) == 4000 ? kTable4000 : kTable1000)[code_in & 1023];
-    return {code_in, luminance_from_code(code_in), 0, code_out, -1, display_light(code_out, 64, 940, target)};
+    return {code_in, luminance_from_code(code_in), 0, code_out, display_light(code_out, 64, 940, target)};
 }
 
 } // namespace lumivert::tool

@@ -10,7 +10,6 @@ struct GreyPixel {
     double input; ///< the light that it stands for, cd/m2
     double gain;  ///< output / input, both of full scale; 0 where the fixed table maps codes
     int code_out; ///< luma code of the result: 8 bits after a tone curve (NV12), 10 after the fixed table (P010)
-    int rgba;     ///< the 8-bit code in RGBA output; -1 after the fixed table
     double light; ///< what the display shows for `code_out` read as limited range, cd/m2
 };
 

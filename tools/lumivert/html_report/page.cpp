@@ -303,10 +303,10 @@ private:
         text += "lumivert convert " + clip + " --frames " + at + " --mode none -o source.png\n";
         text += "lumivert convert " + clip + " --frames " + at + " --mode auto --as png -o sdr.png\n";
         text += "lumivert convert " + clip + " --frames " + at + " --mode hdr10plus --metadata none -o default.png\n";
-        if (c_.size.empty() && !c_.fixed_table)
-            text += "# tone curves of a frame and over time, and the records\nlumivert curve " + clip + " --frame " +
-                    at + " -o curve.png\nlumivert curve " + clip + " --all -o curves.png\nlumivert metadata " + clip +
-                    " -o records.json\n";
+        text += c_.fixed_table ? "# the fixed table over the light of a frame\n" : "# tone curves, and the records\n";
+        text += "lumivert curve " + clip + " --frame " + at + " -o curve.png\n";
+        if (!c_.fixed_table)
+            text += "lumivert curve " + clip + " --all -o curves.png\nlumivert metadata " + clip + " -o records.json\n";
         text += "# this page\nlumivert report " + clip + " -o report.html\n";
         return "<h2>How to make these pictures</h2>\n<pre>" + escaped(text) + "</pre>\n";
     }

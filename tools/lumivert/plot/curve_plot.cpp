@@ -1,35 +1,17 @@
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <optional>
 
 #include "hdr10plus/pixel_chain.h"
-#include "plot/canvas.h"
+#include "plot/curve_figure.h"
 #include "plot/curves.h"
-#include "plot/luminance_axis.h"
 
 namespace lumivert::tool {
 namespace {
 
 using namespace colours;
 
-constexpr int kWidth = 1280, kHeight = 760;
-constexpr double kLeft = 86, kRight = 850, kTop = 84, kBottom = 686; // of the plot
-constexpr double kPanel = 896, kPanelEnd = 1250;                     // beside it
-
-template <typename... Values>
-std::string printed(const char* format, Values... values) {
-    char text[120];
-    std::snprintf(text, sizeof text, format, static_cast<double>(values)...);
-    return text;
-}
-
-/// The next round luminance at or above.
-double round_up(double cd_m2) {
-    for (const double round : {250.0, 400.0, 600.0, 1000.0, 1500.0, 2000.0, 4000.0})
-        if (cd_m2 <= round) return round;
-    return 10000;
-}
+constexpr double kPanel = CurveFigure::kPanel, kPanelEnd = CurveFigure::kPanelEnd;
 
 /// The curve for the display that the metadata names, where that is another one.
 std::optional<ToneCurve> authored_curve(const FrameCurve& c) {
@@ -39,41 +21,14 @@ std::optional<ToneCurve> authored_curve(const FrameCurve& c) {
     return ToneCurve(c.record, made_for);
 }
 
-void draw_axes(Canvas& canvas, const LuminanceAxis& in, const LuminanceAxis& out) {
-    for (const double tick : in.ticks(46)) {
-        const double x = in.position(tick);
-        canvas.line({x, kTop}, {x, kBottom}, kGrid);
-        canvas.text({x, kBottom + 20}, luminance_text(tick), kInk, 14, Align::kCentre);
-    }
-    for (const double tick : out.ticks(26)) {
-        const double y = out.position(tick);
-        canvas.line({kLeft, y}, {kRight, y}, kGrid);
-        canvas.text({kLeft - 8, y + 5}, luminance_text(tick), kInk, 14, Align::kRight);
-    }
-    canvas.frame({kLeft, kTop}, kRight - kLeft, kBottom - kTop, kQuiet);
-    canvas.text({(kLeft + kRight) / 2, kBottom + 50}, "input luminance in cd/m\u00b2 (PQ-spaced)", kInk, 15,
-                Align::kCentre);
-    canvas.text_upwards({28, (kTop + kBottom) / 2}, "output luminance in cd/m\u00b2 (PQ-spaced)", kInk, 15);
-}
-
-/// A line through points in cd/m2.
-std::vector<Point> placed(const std::vector<Point>& lights, const LuminanceAxis& in, const LuminanceAxis& out) {
-    std::vector<Point> line;
-    line.reserve(lights.size());
-    for (const auto& [from, to] : lights)
-        line.emplace_back(in.position(from), out.position(to));
-    return line;
-}
-
 /// The curve at every half pixel and at its knee, which is a corner.
-std::vector<Point> lights_of(const ToneCurve& c, const LuminanceAxis& in) {
+std::vector<Point> lights_of(const ToneCurve& c, std::vector<double> inputs) {
+    inputs.push_back(c.curve.f_knee_point_x * c.full_scale);
+    std::sort(inputs.begin(), inputs.end());
     std::vector<Point> lights;
-    for (int half_pixel = 0; half_pixel <= 2 * (kRight - kLeft); ++half_pixel)
-        lights.emplace_back(in.luminance(kLeft + half_pixel / 2.0), 0);
-    lights.emplace_back(c.curve.f_knee_point_x * c.full_scale, 0);
-    std::sort(lights.begin(), lights.end());
-    for (auto& [from, to] : lights)
-        to = c.output(from);
+    lights.reserve(inputs.size());
+    for (const double input : inputs)
+        lights.emplace_back(input, c.output(input));
     return lights;
 }
 
@@ -85,30 +40,28 @@ std::vector<Point> lights_of_pixels(const ToneCurve& c) {
     return lights;
 }
 
-void draw_lines(Canvas& canvas, const FrameCurve& c, const LuminanceAxis& in, const LuminanceAxis& out) {
-    std::vector<Point> identity;
-    for (double x = kLeft; x <= kRight && in.luminance(x) <= out.top(); ++x)
-        identity.emplace_back(x, out.position(in.luminance(x)));
-    canvas.line({kLeft, out.position(c.target)}, {kRight, out.position(c.target)}, kGreen, 1.5, true);
-    canvas.line({in.position(c.scene_peak), kTop}, {in.position(c.scene_peak), kBottom}, kRed, 1.5, true);
-    canvas.path(identity, kQuiet, 1.2, true);
-    if (const auto authored = authored_curve(c))
-        canvas.path(placed(lights_of(*authored, in), in, out), kBlue, 1.2, true);
-    canvas.path(placed(lights_of_pixels(c), in, out), kViolet, 2);
-    canvas.path(placed(lights_of(c, in), in, out), kBlue, 3);
+void draw_lines(CurveFigure& figure, const FrameCurve& c) {
+    figure.level(c.target, kGreen);
+    figure.upright(c.scene_peak, kRed);
+    figure.identity();
+    if (const auto authored = authored_curve(c)) figure.line(lights_of(*authored, figure.inputs()), kBlue, 1.2, true);
+    figure.line(lights_of_pixels(c), kViolet, 2);
+    figure.line(lights_of(c, figure.inputs()), kBlue, 3);
 }
 
 /// The control points of the curve: between them the metadata's anchors, which shape it without lying on it.
-void draw_points(Canvas& canvas, const FrameCurve& c, const LuminanceAxis& in, const LuminanceAxis& out) {
+void draw_points(CurveFigure& figure, const FrameCurve& c) {
     const double kx = c.curve.f_knee_point_x, ky = c.curve.f_knee_point_y;
-    const auto at = [&](double x, double y) {
-        return Point(in.position(x * c.full_scale), out.position(y * c.target));
-    };
+    const auto at = [&](double x, double y) { return Point(figure.x(x * c.full_scale), figure.y(y * c.target)); };
     const int anchors = c.curve.num_bezier_curve_anchors;
+    Canvas& canvas = figure.canvas();
+    canvas.clip({CurveFigure::kLeft, CurveFigure::kTop}, CurveFigure::kRight - CurveFigure::kLeft,
+                CurveFigure::kBottom - CurveFigure::kTop);
     for (int i = 0; i < anchors; ++i)
         canvas.dot(at(kx + (1 - kx) * (i + 1) / (anchors + 1), ky + (1 - ky) * c.curve.f_bezier_curve_anchors[i]), 4.5,
                    kOrange, true);
     canvas.dot(at(kx, ky), 6, kOrange);
+    canvas.unclip();
 }
 
 /// How the curve came about.
@@ -122,36 +75,19 @@ std::string derivation(const FrameCurve& c) {
            (made_for > c.target ? "mixed with a basis curve" : "mixed with the identity");
 }
 
-void draw_legend(Canvas& canvas, const FrameCurve& c) {
-    double y = kTop + 10;
-    const auto entry = [&](const std::string& label, const std::string& value) {
-        canvas.text({kPanel + 44, y + 5}, label, kInk, 14);
-        canvas.text({kPanelEnd, y + 5}, value, kInk, 14, Align::kRight);
-        y += 28;
-    };
-    const auto swatch = [&](Colour colour, double thickness, bool dashed) {
-        canvas.line({kPanel, y}, {kPanel + 32, y}, colour, thickness, dashed);
-    };
-    swatch(kBlue, 3, false);
-    entry("tone curve", "");
-    if (const auto authored = authored_curve(c)) {
-        swatch(kBlue, 1.2, true);
-        entry("as authored", printed("for %.0f cd/m\u00b2", authored->target));
-    }
-    swatch(kViolet, 2, false);
-    entry("grey pixels as displayed", "from NV12");
-    swatch(kQuiet, 1.2, true);
-    entry("identity", "output = input");
-    canvas.dot({kPanel + 16, y}, 6, kOrange);
-    entry("knee", luminance_text(c.curve.f_knee_point_x * c.full_scale) + " \u2192 " +
-                      luminance_text(c.curve.f_knee_point_y * c.target) + " cd/m\u00b2");
-    canvas.dot({kPanel + 16, y}, 4.5, kOrange, true);
-    entry("Bezier anchors", printed("%.0f", c.curve.num_bezier_curve_anchors));
-    swatch(kGreen, 1.5, true);
-    entry("target display peak", printed("%.0f cd/m\u00b2", c.target));
-    swatch(kRed, 1.5, true);
-    entry("scene peak", printed("%.0f cd/m\u00b2", c.scene_peak));
-    entry("full scale of the input", printed("%.0f cd/m\u00b2", c.full_scale));
+void draw_legend(CurveFigure& figure, const FrameCurve& c) {
+    figure.line_entry(kBlue, 3, false, "tone curve");
+    if (const auto authored = authored_curve(c))
+        figure.line_entry(kBlue, 1.2, true, "as authored", printed("for %.0f cd/m\u00b2", authored->target));
+    figure.line_entry(kViolet, 2, false, "grey pixels as displayed", "from NV12");
+    figure.line_entry(kQuiet, 1.2, true, "identity", "output = input");
+    figure.dot_entry(6, kOrange, false, "knee",
+                     luminance_text(c.curve.f_knee_point_x * c.full_scale) + " \u2192 " +
+                         luminance_text(c.curve.f_knee_point_y * c.target) + " cd/m\u00b2");
+    figure.dot_entry(4.5, kOrange, true, "Bezier anchors", printed("%.0f", c.curve.num_bezier_curve_anchors));
+    figure.line_entry(kGreen, 1.5, true, "target display peak", printed("%.0f cd/m\u00b2", c.target));
+    figure.line_entry(kRed, 1.5, true, "scene peak", printed("%.0f cd/m\u00b2", c.scene_peak));
+    figure.entry("full scale of the input", printed("%.0f cd/m\u00b2", c.full_scale));
 }
 
 /// The table that the GPU reads: gain over the normalised input.
@@ -187,23 +123,19 @@ void draw_gain_table(Canvas& canvas, const FrameCurve& c) {
 
 } // namespace
 
-void draw_curve(const std::string& path, const std::string& name, const FrameCurve& curve) {
-    Canvas canvas(path, kWidth, kHeight);
-    const LuminanceAxis in(round_up(std::max(curve.full_scale, curve.scene_peak) * 1.05), kLeft, kRight);
+void draw_curve(const std::string& path, const std::string& name, const FrameCurve& curve,
+                const LightHistogram* light) {
     const auto authored = authored_curve(curve);
-    const LuminanceAxis out(std::max(curve.target, authored ? authored->target : 0) * 1.4, kBottom, kTop);
-    canvas.text({kLeft, 36}, name + ", frame " + std::to_string(curve.frame), kInk, 20, Align::kLeft, true);
-    canvas.text({kLeft, 62},
-                (curve.origin == RecordOrigin::kPrevious ? "record of the frame before; " : "") + derivation(curve),
-                kQuiet, 15);
-    draw_axes(canvas, in, out);
-    canvas.clip({kLeft, kTop}, kRight - kLeft, kBottom - kTop);
-    draw_lines(canvas, curve, in, out);
-    draw_points(canvas, curve, in, out);
-    canvas.unclip();
-    draw_legend(canvas, curve);
-    draw_gain_table(canvas, curve);
-    canvas.save();
+    CurveFigure figure(path, name + ", frame " + std::to_string(curve.frame),
+                       (curve.origin == RecordOrigin::kPrevious ? "record of the frame before; " : "") +
+                           derivation(curve),
+                       std::max(curve.full_scale, curve.scene_peak) * 1.05,
+                       std::max(curve.target, authored ? authored->target : 0) * 1.4, light);
+    draw_lines(figure, curve);
+    draw_points(figure, curve);
+    draw_legend(figure, curve);
+    draw_gain_table(figure.canvas(), curve);
+    figure.save();
 }
 
 } // namespace lumivert::tool
