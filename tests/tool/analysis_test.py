@@ -179,6 +179,17 @@ class Curve(ToolTest):
         self.lumivert("curve", "in.json", "-o", "c.png")
         self.assertLess(ffprobe("c.png", "streams")[0]["height"], 800)  # no pixels, no histogram
 
+    def test_the_documented_table_of_greys_is_what_its_command_prints(self):
+        root = os.path.join(DEMO_FOLDER, "..", "..", "..")
+        command = [sys.executable, "-B", os.path.join(DEMO_FOLDER, "greys.py"), LUMIVERT]
+        printed = subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout.decode().splitlines()
+        text = read(os.path.join(root, "docs", "tool.md")).decode().splitlines()
+        first = text.index(printed[0])
+        for found, documented in zip(printed[2:], text[first + 2:first + len(printed)], strict=True):
+            values = [[float(cell) for cell in line.strip("|").split("|")] for line in (found, documented)]
+            for now, then in zip(*values, strict=True):
+                self.assertAlmostEqual(now, then, delta=0.03 + 0.05 * then, msg=documented)  # about a code
+
     def test_pictures_are_whole(self):
         for options in (("--frame", "36"), ("--all",)):
             for name in ("c.png", "c.svg"):
