@@ -91,9 +91,9 @@ def patches():
     return p010(WIDTH, HEIGHT, lambda x, y: (NEUTRAL[x // PATCH], 512, 512) if y < PATCH else COLOURED[x // PATCH])
 
 
-def clip(path, size, *, transfer="smpte2084", pixels="yuv420p10le", seconds=0.25):
-    """A short HEVC clip without HDR10+."""
-    parameters = f"log-level=none:bframes=0:colorprim=bt2020:transfer={transfer}:colormatrix=bt2020nc"
+def clip(path, size, *, transfer="smpte2084", pixels="yuv420p10le", seconds=0.25, primaries="bt2020", more=""):
+    """A short HEVC clip without HDR10+; `more` goes to x265."""
+    parameters = f"log-level=none:bframes=0:colorprim={primaries}:transfer={transfer}:colormatrix=bt2020nc{more}"
     ffmpeg("-f", "lavfi", "-i", f"testsrc2=s={size}:d={seconds}", "-pix_fmt", pixels, "-c:v", "libx265", "-preset",
            "ultrafast", "-x265-params", parameters, path)
 
@@ -105,6 +105,23 @@ def turned(mp4):
     return mp4[:at] + b"".join(entry.to_bytes(4, "big", signed=True) for entry in matrix) + mp4[at + 36:]
 
 
+def with_dolby_vision(mp4, profile):
+    """The same file, whose index comes last, with a configuration of Dolby Vision in the first track."""
+    out, at = bytearray(mp4), 0
+    box = b"\0\0\0\x20dvcC\1\0" + (profile << 9 | 6 << 3 | 5).to_bytes(2, "big") + bytes(20)
+    for name in (b"moov", b"trak", b"mdia", b"minf", b"stbl", b"stsd", b"hvc1"):
+        at = out.index(name, at)
+        out[at - 4:at] = (int.from_bytes(out[at - 4:at], "big") + len(box)).to_bytes(4, "big")
+    at += int.from_bytes(out[at - 4:at], "big") - len(box) - 4  # the end of the sample entry
+    return bytes(out[:at]) + box + bytes(out[at:])
+
+
+def hdr_messages(path):
+    """What the frames of a clip carry of HDR metadata."""
+    kinds = {d["side_data_type"] for f in ffprobe(path, "frames") for d in f.get("side_data_list", [])}
+    return [kind for kind in kinds if "HDR" in kind or "Mastering" in kind or "light" in kind]
+
+
 def clip_with_records(path, records):
     """A raw HEVC clip with a frame for each record, or for each None without one."""
     clip("bare.hevc", "64x64", seconds=len(records) / 25)
@@ -112,9 +129,33 @@ def clip_with_records(path, records):
     os.remove("bare.hevc")
 
 
-def record(peak, **curve):
+def av1_clip(path, record):
+    """An AV1 clip of two frames, each with the record in a metadata OBU."""
+    ffmpeg("-f", "lavfi", "-i", "testsrc2=s=64x64:d=0.08", "-pix_fmt", "yuv420p10le", "-c:v", "libaom-av1", "-cpu-used",
+           "8", "-color_trc", "smpte2084", "-color_primaries", "bt2020", "-colorspace", "bt2020nc", "bare.obu")
+    stream, out, at = read("bare.obu"), b"", 0
+    metadata = b"\4" + make_clip.t35_payload(record) + b"\x80"  # of type ITU-T T.35
+    while at < len(stream):
+        size, length = 0, 1
+        while True:  # seven bits to a byte, lowest first
+            byte = stream[at + length]
+            size |= (byte & 127) << 7 * (length - 1)
+            length += 1
+            if byte < 128:
+                break
+        if stream[at] >> 3 & 15 == 6:  # a frame
+            out += bytes([0x2A, len(metadata)]) + metadata
+        out += stream[at:at + length + size]
+        at += length + size
+    write("with.obu", out)
+    ffmpeg("-i", "with.obu", "-c", "copy", path)
+    os.remove("bare.obu")
+    os.remove("with.obu")
+
+
+def record(peak, **more):
     """A record as it is put into a stream; with `knee` and `anchors` for a curve."""
-    return {"maxscl": [10 * peak] * 3, "average": 100, "points": [(1, 0), (50, 500), (99, 10 * peak)], **curve}
+    return {"maxscl": [10 * peak] * 3, "average": 100, "points": [(1, 0), (50, 500), (99, 10 * peak)], **more}
 
 
 def scene(**fields):

@@ -1,6 +1,8 @@
 """When things go wrong: a line that says what, the right exit status, and nothing half-written."""
+import contextlib
 import glob
 import hashlib
+import json
 import os
 import resource
 import signal
@@ -44,6 +46,9 @@ class BadInput(ToolTest):
                 (DEMO, ("--metadata", "missing.json"), "missing.json: No such file"),
                 (DEMO, ("--device", "no such device"), "no OpenCL device matches"),
                 (DEMO, ("--mode", "static", "--format", "nv12"), "mode static gives P010 only"),
+                ("in.p010", ("--size", "16386x64"), "--size 16386x64: sides are at most 16384"),
+                (DEMO, ("sdr.mp4",), "out.mp4: several inputs need a folder for their results"),
+                (DEMO, ("--from", "2", "--to", "1"), "--to 1: does not come after --from"),
                 (DEMO, ("--entry", "retained", "--format", "p010"), "no P010 output"),
                 (DEMO, ("--entry", "retained", "--interval", "2"), "--interval works with --entry pool")):
             with self.subTest(source=source, options=options):
@@ -59,6 +64,15 @@ class BadInput(ToolTest):
                       self.convert(DEMO, "out.mp4", "--preset", "nosuch", status=FAILED))
         self.assertIn("no command convrt", self.lumivert("convrt", status=FAILED)[1])
         self.assertOnlyFiles(*before)
+
+    def test_what_people_type_first(self):
+        told = lambda *words: self.lumivert(*words)[0].decode()
+        self.assertRegex(told("--version"), r"^\d+\.\d+\.\d+\n$")
+        for words, same in ((("version",), "--version"), (("-V",), "--version"), (("help",), "--help")):
+            self.assertEqual(told(*words), told(same))
+        self.assertEqual(told("help", "convert"), told("convert", "--help"))
+        alone = subprocess.run([LUMIVERT], capture_output=True)
+        self.assertEqual((alone.returncode, alone.stderr.decode()), (FAILED, told("help")))
 
     def test_an_mp4_from_a_pipe_has_its_index_first(self):
         ffmpeg("-f", "lavfi", "-i", "testsrc2=s=320x180:d=1", "-vf", "noise=alls=90:allf=t", "-pix_fmt", "yuv420p10le",
@@ -81,8 +95,8 @@ class BadInput(ToolTest):
         stream = read("whole.hevc")
         write("cut.hevc", stream[:-len(stream) // 20])
         for name, status in (("whole.hevc", DONE), ("cut.hevc", DIFFERENT)):
-            _, lines = self.lumivert("probe", name, status=status)
-            self.assertEqual("cut off" in lines, status == DIFFERENT)
+            warnings = json.loads(self.lumivert("probe", name, "--json", status=status)[0])["warnings"]
+            self.assertEqual(["cut off" in line for line in warnings], [True] if status == DIFFERENT else [])
 
 
 class Outputs(ToolTest):
@@ -113,6 +127,21 @@ class Outputs(ToolTest):
                 self.assertIn("is the input ", self.lumivert(*arguments, status=FAILED)[1])
         os.remove("other-worst-1.png")
         self.assertEqual({name: read(name) for name in os.listdir()}, before)
+
+    def test_every_command_keeps_existing_files_on_request(self):
+        clip_with_records("in.hevc", 2 * [record(1000, knee=(0, 0), anchors=[100 * k for k in range(1, 10)])])
+        for name, status, arguments in (("k.mp4", DONE, ("convert", "in.hevc")), ("k.json", DONE, ("metadata", "in.hevc")),
+                                        ("k.csv", DONE, ("curve", "in.hevc")), ("k.html", DONE, ("report", "in.hevc")),
+                                        ("k.png", DIFFERENT, ("measure", "in.hevc")),
+                                        ("k.png", DONE, ("compare", "in.hevc", "in.hevc"))):
+            write(name, b"kept")
+            text, lines = self.lumivert(*arguments, "-n", "-o", name, status=status)
+            self.assertIn(f"{name}: exists already\n", lines)
+            self.assertEqual((read(name), len(text) > 0), (b"kept", name == "k.png"))
+        write("k-0.png", b"kept")
+        self.assertIn("k-0.png: exists already", self.convert("in.hevc", "k-%d.png", "-n"))
+        self.assertEqual(read("k-0.png"), b"kept")
+        self.assertEqual(ffprobe("k-1.png", "streams")[0]["width"], 64)
 
     def test_what_a_killed_run_has_left_is_removed_by_the_next_one(self):
         start = lambda name: subprocess.Popen([LUMIVERT, "convert", "-", "--size", "64x64", "--mode", "static", "-o", name],
@@ -243,6 +272,22 @@ class ProgramCache(ToolTest):
     def test_a_folder_that_cannot_be_written(self):
         write("cache", b"a file where the folder should be")
         self.lumivert(*self.arguments)
+        # The folder that takes its place outlives a killed run, but not the next one.
+        with subprocess.Popen([LUMIVERT, "convert", "-", *self.arguments[2:]], stdin=subprocess.PIPE,
+                              stderr=subprocess.DEVNULL) as killed:
+            killed.stdin.write(bytes(64 * 64 * 3))
+            killed.stdin.flush()
+            folder, deadline = None, time.monotonic() + 60
+            while not folder and time.monotonic() < deadline:
+                for link in glob.glob(f"/proc/{killed.pid}/fd/*"):
+                    with contextlib.suppress(FileNotFoundError):  # closed in between
+                        if os.path.basename(os.readlink(link)).startswith("lumivert."):
+                            folder = os.readlink(link)
+            self.lumivert("devices")
+            self.assertTrue(os.path.isdir(folder))
+            killed.kill()
+        self.lumivert("devices")
+        self.assertFalse(os.path.exists(folder))
 
 
 if __name__ == "__main__":

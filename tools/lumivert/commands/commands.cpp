@@ -1,5 +1,7 @@
 #include "commands/commands.h"
 
+#include "error.h"
+#include "io/output_file.h"
 #include "report.h"
 
 namespace lumivert::tool {
@@ -9,15 +11,16 @@ struct Entry {
     const char* name;
     const char* about;
     Command (*add)(CLI::App&);
+    bool makes_one_file = false; ///< and nothing else: there is nothing to do if that is to be kept
 };
 
 constexpr Entry kCommands[] = {
     {"convert", "Convert an HDR10 or HDR10+ clip to SDR", add_convert},
     {"probe", "Describe a clip and its metadata", add_probe},
-    {"metadata", "Extract HDR10+ metadata as JSON", add_metadata},
-    {"curve", "Draw the tone curve of a frame", add_curve},
+    {"metadata", "Extract HDR10+ metadata as JSON", add_metadata, true},
+    {"curve", "Draw the tone curve of a frame", add_curve, true},
     {"measure", "Measure the light in a clip, and compare it with its metadata", add_measure},
-    {"report", "Show in one HTML page why a clip looks as it does in SDR", add_report},
+    {"report", "Show in one HTML page why a clip looks as it does in SDR", add_report, true},
     {"compare", "Compare two pictures or clips", add_compare},
     {"bench", "Measure the converter on this machine", add_bench},
     {"devices", "List OpenCL devices", add_devices},
@@ -34,7 +37,13 @@ std::vector<std::pair<CLI::App*, Command>> add_commands(CLI::App& app) {
     std::vector<std::pair<CLI::App*, Command>> added;
     for (const Entry& entry : kCommands) {
         CLI::App* command = app.add_subcommand(entry.name, entry.about);
-        added.emplace_back(command, entry.add(*command));
+        Command execute = entry.add(*command);
+        if (const CLI::Option* output = command->get_option_no_throw("--output")) {
+            command->add_flag("-n,--no-overwrite", keep_existing, "leave existing files as they are");
+            if (entry.makes_one_file)
+                execute = [output, execute] { return is_kept(output->as<std::string>()) ? kDone : execute(); };
+        }
+        added.emplace_back(command, execute);
     }
     return added;
 }

@@ -352,7 +352,9 @@ Command add_compare(CLI::App& app) {
     app.add_option("--format", o.format, "of raw frames, unless their extension tells: nv12, p010 or rgba");
     app.add_option("--untagged", o.untagged, "how to read samples without colour tags: pq or sdr")
         ->check(CLI::IsMember({"pq", "sdr"}));
-    app.add_option("--tolerance", o.tolerance, "ignore differences up to this")->check(CLI::Range(0, 65535));
+    app.add_option("--tolerance", o.tolerance, "ignore differences up to this")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
     app.add_option("-o,--output", o.picture, "draw the frame with the largest difference, as a PNG");
     app.add_option("--worst", o.worst, "also draw the N worst frames side by side, next to the file of -o")
         ->check(CLI::Range(1, 20));
@@ -362,7 +364,10 @@ Command add_compare(CLI::App& app) {
     app.footer("The exit status is 1 if there is a difference.\n\nExamples:\n"
                "  lumivert compare old.nv12 new.nv12 --size 1920x1080 --tolerance 1 -o difference.png\n"
                "  lumivert compare clip.mp4 --modes auto,static");
-    return [options] { return run(*options); };
+    return [options] {
+        if (!options->picture.empty() && is_kept(options->picture)) options->picture = "", options->worst = 0;
+        return run(*options);
+    };
 }
 
 } // namespace lumivert::tool

@@ -30,12 +30,8 @@ bool is_folder(const std::string& output) {
 /// The name of a result in a folder: the clip's own, with an extension that a writer has.
 std::string result_name(const std::string& input, const std::string& writer) {
     fs::path name = fs::path(input).filename();
-    std::string extension = name.extension().string();
     if (!writer.empty()) return name.replace_extension("." + writer).string();
-    const bool known = std::any_of(writers().begin(), writers().end(), [&](const WriterInfo& known_writer) {
-        return "." + std::string(known_writer.name) == extension;
-    });
-    return known ? name.string() : name.replace_extension(".mp4").string();
+    return writer_for(name.string()) != nullptr ? name.string() : name.replace_extension(".mp4").string();
 }
 
 /// A request for each input.
@@ -90,8 +86,7 @@ private:
     /// False where the clip failed, which ends the tool unless others wait.
     bool convert(const Request& request, nlohmann::ordered_json& entry) {
         try {
-            if (request.keep && fs::exists(request.output)) {
-                tell(request.output + ": exists already");
+            if (is_kept(request.output)) {
                 entry["kept"] = true;
                 return true;
             }
@@ -146,7 +141,6 @@ Command add_convert(CLI::App& app) {
     app.add_option("INPUT", o.inputs, "clips, or raw P010 with --size; - is standard input")->required();
     app.add_option("-o,--output", r.output, "the result; its extension selects the writer; FOLDER/ for several inputs")
         ->required();
-    app.add_flag("-n,--no-overwrite", r.keep, "leave existing results alone");
     app.add_option("--size", o.size, "INPUT is raw P010 of this size, such as 1920x1080");
     app.add_option("--rate", o.rate, "frames per second of raw P010")
         ->check(CLI::Range(1.0, 1000.0))

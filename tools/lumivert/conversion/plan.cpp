@@ -96,7 +96,6 @@ OutputSpec output_spec(const Request& request, const Plan& plan, const ClipInfo&
     spec.codec = request.codec;
     spec.preset = request.preset;
     spec.quality = request.quality;
-    spec.keep = request.keep;
     return spec;
 }
 

@@ -16,7 +16,6 @@ struct Request {
     double max_luminance = 0, max_cll = 0;
     int interval = 0, quality = 16;
     Part part;
-    bool keep = false; ///< leave existing pictures of a series alone
 };
 
 struct Plan {

@@ -82,7 +82,8 @@ def measure(picture):
 def t35_payload(record):
     bits = []
     put = lambda value, count: bits.append(format(value, f"0{count}b"))
-    for value, count in ((181, 8), (60, 16), (1, 16), (4, 8), (1, 8), (1, 2), (MADE_FOR, 27), (0, 1)):
+    for value, count in ((181, 8), (60, 16), (1, 16), (4, 8), (1, 8), (1, 2), (record.get("made_for", MADE_FOR), 27),
+                         (0, 1)):
         put(value, count)
     for value in record["maxscl"] + [record["average"]]:
         put(value, 17)

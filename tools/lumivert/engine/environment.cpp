@@ -41,11 +41,13 @@ std::string preferred_cache_folder() {
 }
 
 std::string choose_cache_folder() {
+    const std::string places[] = {"/tmp/lumivert.XXXXXX", "/dev/shm/lumivert.XXXXXX"};
+    for (const std::string& place : places)
+        remove_abandoned(place, true);
     std::string preferred = preferred_cache_folder();
     if (usable(preferred)) return preferred;
-    for (const char* place : {"/tmp", "/dev/shm"}) {
-        std::string folder = std::string(place) + "/lumivert.XXXXXX";
-        if (!make_temporary_folder(folder)) continue;
+    for (std::string folder : places) {
+        if (make_temporary_folder(folder) < 0) continue; // locked until the process ends
         if (!usable(folder)) continue;
         detail(preferred + " cannot be written; compiling the GPU program anew");
         setenv("POCL_CACHE_DIR", (folder + "/pocl").c_str(), 0); // PoCL's own cache lies under ~/.cache as well

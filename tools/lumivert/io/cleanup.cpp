@@ -11,6 +11,8 @@
 #include <set>
 
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "error.h"
@@ -51,18 +53,79 @@ void watch_crashes() {
 
 } // namespace
 
-int make_temporary_file(std::string& name) {
+namespace {
+
+/// Whether `name` still is what `fd` has open.
+bool is_there(const std::string& name, int fd) {
+    struct stat opened {
+    }, named{};
+    return fstat(fd, &opened) == 0 && lstat(name.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
+           opened.st_ino == named.st_ino;
+}
+
+int open_to_lock(const std::string& path, bool folder) {
+    const int access = folder ? O_RDONLY | O_DIRECTORY : O_RDWR; // a lock over NFS needs write access
+    return open(path.c_str(), access | O_CLOEXEC | O_NOFOLLOW);
+}
+
+/// Makes `name` and opens it; negative where that fails.
+int create(std::string& name, bool folder) {
     const std::lock_guard lock(mutex);
-    const int fd = mkostemp(name.data(), O_CLOEXEC);
-    if (fd >= 0) registered.insert(name);
+    if (folder && mkdtemp(name.data()) == nullptr) return -1;
+    const int fd = folder ? open_to_lock(name, true) : mkostemp(name.data(), O_CLOEXEC);
+    if (fd >= 0)
+        registered.insert(name);
+    else if (folder)
+        rmdir(name.c_str());
     return fd;
 }
 
-bool make_temporary_folder(std::string& name) {
-    const std::lock_guard lock(mutex);
-    const bool made = mkdtemp(name.data()) != nullptr;
-    if (made) registered.insert(name);
-    return made;
+int make_temporary(std::string& name, bool folder) {
+    const std::string pattern = name;
+    remove_abandoned(pattern, folder);
+    while (true) {
+        name = pattern;
+        const int fd = create(name, folder);
+        if (fd < 0) return fd;
+        flock(fd, LOCK_EX); // file systems without locks have none that could be taken for abandoned either
+        if (is_there(name, fd)) return fd;
+        keep_at_exit(name); // another run took it for abandoned before it was locked
+        close(fd);
+    }
+}
+
+} // namespace
+
+int make_temporary_file(std::string& name) {
+    return make_temporary(name, false);
+}
+int make_temporary_folder(std::string& name) {
+    return make_temporary(name, true);
+}
+
+void remove_abandoned(const std::string& pattern, bool folders) {
+    static std::set<std::string> done;
+    {
+        const std::lock_guard lock(mutex);
+        if (!done.insert(pattern).second) return;
+    }
+    constexpr size_t kRandom = 6; // characters that mkstemp and mkdtemp choose
+    const std::filesystem::path path(pattern);
+    const std::string like = path.filename().string();
+    std::error_code error, ignored;
+    for (std::filesystem::directory_iterator at(path.parent_path(), error), end; !error && at != end;
+         at.increment(error)) {
+        const std::string name = at->path().filename().string(), place = at->path().string();
+        struct stat found {};
+        if (name.size() != like.size() || name.compare(0, name.size() - kRandom, like, 0, name.size() - kRandom) != 0)
+            continue;
+        if (lstat(place.c_str(), &found) != 0 || found.st_uid != geteuid()) continue;
+        if (folders ? !S_ISDIR(found.st_mode) : !S_ISREG(found.st_mode)) continue;
+        const int fd = open_to_lock(place, folders);
+        if (fd < 0) continue;
+        if (flock(fd, LOCK_EX | LOCK_NB) == 0) std::filesystem::remove_all(place, ignored);
+        close(fd);
+    }
 }
 
 void keep_at_exit(const std::string& path) {

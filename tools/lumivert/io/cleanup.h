@@ -10,10 +10,15 @@ namespace lumivert::tool {
 /// becomes an ordinary write error. To be called before any thread starts: all threads inherit the blocked signals.
 void watch_signals();
 
-/// Like mkstemp and mkdtemp: `name` ends in XXXXXX and becomes the name of what was made. That is registered, and gone
-/// however the process ends.
+/// Like mkstemp and mkdtemp: `name`, a path that ends in XXXXXX, becomes the name of what was made. That is registered,
+/// and gone however the process ends; if it is killed, with the next call for the same place. Gives back a descriptor
+/// that holds a lock, by which other runs know that it is in use; negative where nothing could be made.
 int make_temporary_file(std::string& name);
-bool make_temporary_folder(std::string& name);
+int make_temporary_folder(std::string& name);
+
+/// Removes what killed runs of the same user have left, once for each pattern. The processes that use such files and
+/// folders hold their locks, on this machine or another one that shares the place.
+void remove_abandoned(const std::string& pattern, bool folders);
 
 /// Takes a name off the list.
 void keep_at_exit(const std::string& path);

@@ -3,64 +3,32 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
-#include <mutex>
-#include <set>
-#include <string_view>
 #include <utility>
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "error.h"
 #include "io/cleanup.h"
+#include "report.h"
 
 namespace lumivert::tool {
+
+bool keep_existing = false;
+
 namespace {
 
 constexpr size_t kBufferSize = size_t{1} << 20;
-constexpr std::string_view kHiddenName = ".lumivert-XXXXXX"; ///< of unfinished outputs; mkstemp fills the end in
 
 std::filesystem::path folder_of(const std::string& path) {
     const std::filesystem::path folder = std::filesystem::path(path).parent_path();
     return folder.empty() ? "." : folder;
 }
 
-/// Removes unfinished outputs that a killed run has left in a folder. Their writers hold a lock for as long as they
-/// live, on this machine or another one that shares the folder.
-void remove_abandoned(const std::filesystem::path& folder) {
-    static std::mutex mutex;
-    static std::set<std::filesystem::path> done;
-    const std::lock_guard lock(mutex);
-    if (!done.insert(folder).second) return;
-    constexpr size_t kRandom = 6; // characters that mkstemp chooses
-    const std::string_view start = kHiddenName.substr(0, kHiddenName.size() - kRandom);
-    std::error_code error;
-    for (std::filesystem::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
-        const std::string name = at->path().filename().string();
-        struct stat found {};
-        if (name.size() != kHiddenName.size() || name.compare(0, start.size(), start) != 0) continue;
-        if (lstat(at->path().c_str(), &found) != 0 || !S_ISREG(found.st_mode)) continue;
-        const int fd = open(at->path().c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW); // a lock over NFS needs write access
-        if (fd < 0) continue;
-        if (flock(fd, LOCK_EX | LOCK_NB) == 0) unlink(at->path().c_str());
-        close(fd);
-    }
-}
-
-/// Makes a hidden file in `folder`, locked until its descriptor is closed; negative where that fails.
-int make_hidden_file(const std::filesystem::path& folder, std::string& name) {
-    while (true) {
-        name = (folder / kHiddenName).string();
-        const int fd = make_temporary_file(name);
-        if (fd < 0) return fd;
-        flock(fd, LOCK_EX); // file systems without locks have none that could be taken for abandoned either
-        struct stat made {};
-        if (fstat(fd, &made) == 0 && made.st_nlink > 0) return fd;
-        keep_at_exit(name); // another run took it for abandoned before it was locked
-        close(fd);
-    }
+bool is_kept_quietly(const std::string& path) {
+    std::error_code none;
+    return keep_existing && path != "-" && std::filesystem::is_regular_file(path, none);
 }
 
 } // namespace
@@ -74,10 +42,11 @@ PendingFile::PendingFile(const std::string& path) : final_(path), temporary_(pat
     }
     // Renaming would replace a file that nobody may write to, and root may write to all.
     constexpr mode_t kWritable = S_IWUSR | S_IWGRP | S_IWOTH;
-    if (stat(path.c_str(), &found) == 0 && ((found.st_mode & kWritable) == 0 || access(path.c_str(), W_OK) != 0))
+    if (!is_kept_quietly(path) && stat(path.c_str(), &found) == 0 &&
+        ((found.st_mode & kWritable) == 0 || access(path.c_str(), W_OK) != 0))
         throw Error(path + ": is write-protected");
-    remove_abandoned(folder_of(path));
-    lock_ = make_hidden_file(folder_of(path), temporary_);
+    temporary_ = (folder_of(path) / ".lumivert-XXXXXX").string();
+    lock_ = make_temporary_file(temporary_);
     if (lock_ < 0) throw system_error(path);
     // A temporary file is private; an output has the permissions that the user's umask leaves.
     const mode_t mask = umask(0);
@@ -93,10 +62,16 @@ PendingFile::~PendingFile() {
 }
 
 void PendingFile::commit() {
-    if (!pending_) return;
+    if (!pending_ || is_kept(final_)) return;
     if (std::rename(temporary_.c_str(), final_.c_str()) != 0) throw system_error(final_);
     keep_at_exit(temporary_);
     pending_ = false;
+}
+
+bool is_kept(const std::string& path) {
+    if (!is_kept_quietly(path)) return false;
+    tell(path + ": exists already");
+    return true;
 }
 
 void check_writable(const std::string& path) {

@@ -8,9 +8,14 @@
 
 namespace lumivert::tool {
 
+/// Whether --no-overwrite was given: existing files stay as they are.
+extern bool keep_existing;
+
+/// Whether `path` is a file that --no-overwrite keeps. Says so.
+bool is_kept(const std::string& path);
+
 /// A temporary name in the folder of `path`, for writers that open files by name. Removed unless committed. What
-/// exists already and is no regular file (a pipe, a device) is written to directly. The first one in a folder removes
-/// the files that killed runs have left there.
+/// exists already and is no regular file (a pipe, a device) is written to directly.
 class PendingFile {
 public:
     explicit PendingFile(const std::string& path);
@@ -19,12 +24,12 @@ public:
     PendingFile& operator=(const PendingFile&) = delete;
 
     const std::string& name() const { return temporary_; }
-    /// Gives the file its final name.
+    /// Gives the file its final name, unless a file of that name is to be kept.
     void commit();
 
 private:
     std::string final_, temporary_;
-    int lock_ = -1; ///< keeps other runs from taking the file for abandoned
+    int lock_ = -1; ///< of make_temporary_file
     bool pending_ = true;
 };
 

@@ -1,5 +1,3 @@
-#include <filesystem>
-
 #include "error.h"
 #include "io/png.h"
 #include "media/orientation.h"
@@ -44,7 +42,7 @@ class PngSink : public FrameSink {
 public:
     explicit PngSink(const OutputSpec& spec)
         : pattern_(spec.path), rgb_(spec.format, spec.width, spec.height, AV_PIX_FMT_RGB24, spec.colour.matrix),
-          orientation_(spec.clip.display_matrix), keep_(spec.keep) {}
+          orientation_(spec.clip.display_matrix) {}
 
     void write(const Picture& picture) override {
         if (single_)
@@ -64,14 +62,12 @@ public:
 
 private:
     void save(const std::string& path, const AVFrame& frame) const {
-        if (keep_ && std::filesystem::exists(path)) return;
         write_png(path, frame.data[0], frame.width, frame.height, frame.linesize[0]);
     }
 
     NamePattern pattern_;
     PixelConverter rgb_;
     const Orientation orientation_;
-    const bool keep_;
     FramePtr single_; ///< the picture for a name without a number: written when no second one came
 };
 

@@ -23,18 +23,20 @@ const std::vector<WriterInfo>& writers() {
     return table;
 }
 
+const WriterInfo* writer_for(const std::string& path) {
+    std::string extension = std::filesystem::path(path).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
+    for (const WriterInfo& writer : writers())
+        if ("." + std::string(writer.name) == extension) return &writer;
+    return nullptr;
+}
+
 const WriterInfo& find_writer(const std::string& name, const std::string& path) {
-    std::string wanted = name;
-    if (wanted.empty()) {
-        wanted = std::filesystem::path(path).extension().string();
-        if (!wanted.empty()) wanted.erase(0, 1);
-    }
-    std::transform(wanted.begin(), wanted.end(), wanted.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (const WriterInfo* writer = writer_for(name.empty() ? path : "as." + name)) return *writer;
     std::string known;
-    for (const WriterInfo& writer : writers()) {
-        if (writer.name == wanted) return writer;
+    for (const WriterInfo& writer : writers())
         known += (known.empty() ? "" : ", ") + std::string(writer.name);
-    }
     if (path == "-") throw Error("standard output needs --as, one of " + known);
     throw Error(path + ": no writer for this name; the extension, or --as, is one of " + known);
 }

@@ -28,7 +28,6 @@ struct OutputSpec {
     double seconds = 0;        ///< how long that part is at most; 0: to the end
     std::string codec, preset; ///< video files: empty for the default
     int quality = 16;          ///< video files: constant rate factor
-    bool keep = false;         ///< a series of pictures: leave those that exist alone
 };
 
 class FrameSink {
@@ -51,6 +50,9 @@ struct WriterInfo {
 };
 
 const std::vector<WriterInfo>& writers();
+
+/// The writer for a path's extension, in capitals or not; null if there is none.
+const WriterInfo* writer_for(const std::string& path);
 
 /// The writer of that name or, if the name is empty, of the path's extension. Throws if there is none.
 const WriterInfo& find_writer(const std::string& name, const std::string& path);
