@@ -71,7 +71,68 @@ class Probe(ToolTest):
         light = side_data["Content light level metadata"]
         self.assertEqual(list(facts["content_light"].values()), [light["max_content"], light["max_average"]])
         self.assertEqual(facts["hdr10plus"]["targets"], [{"display_cd_m2": 400, "frames": 72}])
-        self.assertEqual(facts["warnings"], [])
+        self.assertEqual((facts["variable_frame_rate"], facts["duration_s"], facts["rotation"], facts["tracks"],
+                          facts["warnings"]), (False, 3, 0, [], []))
+        self.assertAlmostEqual(facts["bit_rate"], 8 * os.path.getsize(DEMO) / 3, delta=10)
+
+    def test_facts_of_a_recording(self):
+        write("s.srt", b"1\n00:00:01,200 --> 00:00:02,500\nHello\n")
+        ffmpeg("-i", DEMO, "-f", "lavfi", "-i", "sine=d=4", "-i", "s.srt", "-map", "0:v", "-map", "1:a", "-map", "2:s",
+               "-c:v", "copy", "-tag:v", "hvc1", "-c:a", "aac", "-c:s", "mov_text", "-metadata:s:a", "language=deu",
+               "-metadata:s:s", "language=eng", "-bsf:v", "setts=ts=TS+4096*gt(N\\,4)", "in.mp4")
+        write("in.mp4", with_dolby_vision(turned(read("in.mp4")), 8))
+        facts = self.facts("in.mp4")
+        self.assertEqual((facts["variable_frame_rate"], facts["dolby_vision_profile"], facts["duration_s"]), (True, 8, 4))
+        self.assertEqual(facts["tracks"], [{"kind": "audio", "codec": "aac", "language": "deu"},
+                                           {"kind": "subtitle", "codec": "mov_text", "language": "eng"}])
+        [matrix] = [d for d in ffprobe("in.mp4", "streams")[0]["side_data_list"] if "rotation" in d]
+        self.assertEqual(facts["rotation"] % 360, -matrix["rotation"] % 360)  # FFmpeg counts anticlockwise
+        text = self.lumivert("probe", "in.mp4")[0].decode()
+        for told in ("variable frame rate, shown turned by 90 degrees\n", "audio, aac, deu\n", "Dolby Vision profile 8"):
+            self.assertIn(told, text)
+
+    def test_records_that_make_no_sense(self):
+        curve = {"knee": (0, 0), "anchors": [100 * k for k in range(1, 10)]}
+        points = [(1, 0), (5, 0), (10, 0), (50, 500)]
+        odd = {"a curve for a display below 10 cd/m2": curve | {"made_for": 5},
+               "a scene maximum below values of the distribution": {"points": [*points, (99, 20000)]},
+               "an average above the last distribution value": {"points": points, "average": 600},
+               "an average above the scene maximum": {"average": 20000},
+               "anchors that fall": curve | {"anchors": [500, 400, 600]}}
+        clip_with_records("in.hevc", [record(1000, **fields) for fields in odd.values()])
+        expected = [f"{complaint}: 1 frame, the first {i}" for i, complaint in enumerate(odd)]
+        self.assertEqual([line for line in self.facts("in.hevc", DIFFERENT)["warnings"]], expected)
+        told = self.convert("in.hevc", "out.nv12", status=DIFFERENT).splitlines()
+        self.assertEqual([line for line in told if "warning" in line],
+                         ["lumivert: convert: warning: in.hevc: " + line for line in expected])
+
+    def test_hdr10plus_in_av1_is_read_or_said_to_be_lost(self):
+        """FFmpeg 7 hands it on, FFmpeg 5 does not."""
+        for name in ("in.mp4", "in.mkv"):
+            av1_clip(name, record(1000))
+            status, line = ((DONE, "2 with HDR10+") if hdr_messages(name) else
+                            (DIFFERENT, "does not hand on the HDR10+ metadata in AV1"))
+            told = self.convert(name, "out.mp4", status=status)
+            self.assertIn(line, told)
+            self.assertNotIn("no HDR10+", told)
+            self.assertEqual(hdr_messages("out.mp4"), [])
+            facts = self.facts(name, status)
+            self.assertTrue(facts["hdr10plus"] if status == DONE else line in facts["warnings"][-1], facts)
+
+    def test_what_will_surprise_is_told_by_convert_as_well(self):
+        master = ":hdr10=1:master-display=G(8500,39850)B(6550,2300)R(35400,14600)WP(15635,16450)L(50000000,50)"
+        for message, options in (("a mastering peak of 5000 cd/m2; it is beyond both", {"more": master}),
+                                 ("full range; ", {"more": ":range=full"}),
+                                 ("primaries smpte432; ", {"primaries": "smpte432"}),
+                                 ("matrix bt709; ", {"more": ":colormatrix=bt709"})):
+            clip("in.mp4", "64x64", **options)
+            self.assertTrue([line for line in self.facts("in.mp4", DIFFERENT)["warnings"] if message in line], message)
+            self.assertIn("warning: in.mp4: " + message, self.convert("in.mp4", "out.mp4", status=DIFFERENT))
+        for code, status in ((500, DIFFERENT), (700, DONE)):  # 90 and 800 cd/m2
+            write("in.p010", p010(64, 64, lambda x, y: (code, 512, 512)))
+            lines = self.convert("in.p010", "out.nv12", "--size", "64x64", "--mode", "hdr10plus", "--metadata", "none",
+                                 status=status)
+            self.assertEqual("cd/m2 in frames that use the default record" in lines, status == DIFFERENT)
 
     def test_warnings(self):
         clip("bare.mp4", "64x64")
