@@ -90,6 +90,8 @@ class Probe(ToolTest):
         text = self.lumivert("probe", "in.mp4")[0].decode()
         for told in ("variable frame rate, shown turned by 90 degrees\n", "audio, aac, deu\n", "Dolby Vision profile 8"):
             self.assertIn(told, text)
+        self.convert("in.mp4", "out.mp4", "--frames", "0-1")
+        self.assertEqual((len(hdr_messages("in.mp4")), hdr_messages("out.mp4")), (4, []))
 
     def test_records_that_make_no_sense(self):
         curve = {"knee": (0, 0), "anchors": [100 * k for k in range(1, 10)]}

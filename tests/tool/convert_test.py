@@ -198,6 +198,8 @@ class Outputs(ToolTest):
         clip_with_records("in.hevc", 17 * [None] + [record(1000)])
         lines = self.convert("in.hevc", "out.p010", status=DIFFERENT)
         self.assertRegex(lines, r"frame 17\b.*--mode hdr10plus")
+        text, _ = self.lumivert("probe", "in.hevc", status=DIFFERENT)
+        self.assertRegex(text.decode(), r"warning +HDR10\+ metadata begins with frame 17\b")
 
     def test_other_tracks_come_along_and_no_hdr_stays(self):
         write("s.srt", b"1\n00:00:01,200 --> 00:00:02,500\nHello\n")

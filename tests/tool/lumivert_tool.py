@@ -117,9 +117,10 @@ def with_dolby_vision(mp4, profile):
 
 
 def hdr_messages(path):
-    """What the frames of a clip carry of HDR metadata."""
-    kinds = {d["side_data_type"] for f in ffprobe(path, "frames") for d in f.get("side_data_list", [])}
-    return [kind for kind in kinds if "HDR" in kind or "Mastering" in kind or "light" in kind]
+    """What the frames and the track of a clip carry of HDR metadata."""
+    carriers = ffprobe(path, "frames") + ffprobe(path, "streams")
+    kinds = {d["side_data_type"] for carrier in carriers for d in carrier.get("side_data_list", [])}
+    return [kind for kind in kinds if any(word in kind for word in ("HDR", "Mastering", "light", "DOVI"))]
 
 
 def clip_with_records(path, records):

@@ -41,7 +41,7 @@ Command add_metadata(CLI::App& app) {
     auto options = std::make_shared<Options>();
     app.add_option("INPUT", options->input, "a clip; - is standard input")->required();
     app.add_option("-o,--output", options->output, "the JSON file; - is standard output")->required();
-    app.footer("Example:\n  lumivert metadata clip.mkv -o clip.json\n"
+    app.footer("Examples:\n  lumivert metadata clip.mkv -o clip.json\n"
                "  lumivert convert clip.mkv --metadata clip.json -o clip-sdr.mp4");
     return [options] { return run(*options); };
 }
