@@ -119,7 +119,13 @@ class Probe(ToolTest):
             self.assertNotIn("no HDR10+", told)
             self.assertEqual(hdr_messages("out.mp4"), [])
             facts = self.facts(name, status)
-            self.assertTrue(facts["hdr10plus"] if status == DONE else line in facts["warnings"][-1], facts)
+            if status == DONE:
+                self.assertEqual(facts["hdr10plus"]["frames_with_record"], 2)
+            else:
+                [warning] = facts["warnings"]
+                self.assertIn(line, warning)
+                lines = self.lumivert("metadata", name, "-o", "out.json", status=FAILED)[1]
+                self.assertEqual(lines, f"lumivert: metadata: {warning}\n")
 
     def test_what_will_surprise_is_told_by_convert_as_well(self):
         master = ":hdr10=1:master-display=G(8500,39850)B(6550,2300)R(35400,14600)WP(15635,16450)L(50000000,50)"

@@ -25,6 +25,7 @@ int run(const Options& options) {
             ++frames;
         }
     }
+    if (clip.loses_records()) throw Error(clip.path() + kLosesRecords);
     clip.report();
     if (records.empty()) throw Error(clip.path() + ": no HDR10+ metadata in " + counted(frames, "frame"));
     const auto missing = frames - static_cast<int64_t>(records.size());

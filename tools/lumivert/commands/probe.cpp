@@ -67,7 +67,7 @@ std::string number(double value) {
     return text;
 }
 
-std::vector<std::string> warnings_about(const ClipInfo& clip, const Hdr10PlusSummary& plus) {
+std::vector<std::string> warnings_about(const ClipInfo& clip, const Hdr10PlusSummary& plus, bool loses_records) {
     std::vector<std::string> lines;
     const StaticMetadata& fixed = clip.static_metadata;
     const bool pq = clip.transfer == AVCOL_TRC_SMPTE2084;
@@ -76,7 +76,7 @@ std::vector<std::string> warnings_about(const ClipInfo& clip, const Hdr10PlusSum
     if (pq)
         for (const Oddity& oddity : odd_colours(clip))
             lines.push_back(oddity.line());
-    if (pq && !fixed.has_mastering && !fixed.has_content_light && plus.with_record == 0)
+    if (pq && !fixed.has_mastering && !fixed.has_content_light && plus.with_record == 0 && !loses_records)
         lines.push_back("PQ without any metadata");
     for (const auto& oddity : {odd_peak(fixed.mastering_peak, plus.with_record == 0), late_records(plus.first)})
         if (oddity) lines.push_back(oddity->line());
@@ -200,7 +200,7 @@ int run(const Options& options) {
             plus.add(frame);
     }
     clip.report();
-    auto lines = warnings_about(clip.info(), plus);
+    auto lines = warnings_about(clip.info(), plus, clip.loses_records());
     for (const std::string& line : take_warnings())
         lines.push_back(line);
     (options.json ? print_json : print_text)(clip.path(), clip.info(), plus, lines);

@@ -257,7 +257,7 @@ FramePtr ClipReader::decode() {
 }
 
 void ClipReader::report() const {
-    if (loses_records()) warn(path_ + ": this FFmpeg does not hand on the HDR10+ metadata in AV1; FFmpeg 7 does");
+    if (loses_records()) warn(path_ + kLosesRecords);
     const std::string reason = take_ffmpeg_errors();
     if (damaged_ == 0 && reason.empty()) return;
     std::string line = path_ + ": damaged or cut off";

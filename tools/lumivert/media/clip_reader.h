@@ -74,7 +74,7 @@ public:
     /// Looks ahead for HDR10+ in the next `count` frames, which stay to be read.
     bool has_records_within(int count);
 
-    /// Whether the clip carries HDR10+ that its decoder drops.
+    /// Whether the clip carries HDR10+ that its decoder drops, as far as it was read.
     bool loses_records() const { return messages_ > 0 && !handed_on_; }
 
     /// Warns about data that was damaged or missing up to here.
@@ -108,6 +108,9 @@ private:
     int64_t messages_ = 0; ///< HDR10+ in packets of AV1
     bool handed_on_ = false;
 };
+
+/// What is said of a clip that loses its records, after its name.
+constexpr char kLosesRecords[] = ": this FFmpeg does not hand on the HDR10+ metadata in AV1; FFmpeg 7 does";
 
 std::optional<Record> record_of(const AVFrame& frame);
 
