@@ -5,8 +5,8 @@
 #include <CL/cl_ext.h>
 #include <android/log.h>
 #include <benchmark/benchmark.h>
-#include <dlfcn.h>
-#include <platform/shared_memory.h>
+#include <interpose.h>
+#include <platform/plane_memory.h>
 
 #include "lumivert/converter.h"
 
@@ -16,18 +16,12 @@ namespace {
 /// timed.
 bool device_does_nothing = false;
 
-/// The next definition of a function that this program defines as well.
-template <typename Function>
-Function* hidden(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 } // namespace
 
 // The dynamic linker finds these first, because they are in the program itself.
 #define STAND_IN(name, parameters, arguments)                                                                          \
     cl_int name parameters {                                                                                           \
-        static const auto next = hidden<decltype(name)>(#name);                                                        \
+        static const auto next = next_definition<decltype(name)>(#name);                                               \
         return device_does_nothing ? CL_SUCCESS : next arguments;                                                      \
     }
 STAND_IN(clSetKernelArg, (cl_kernel kernel, cl_uint index, size_t size, const void* value),
@@ -82,17 +76,17 @@ void curve_and_table(benchmark::State& state, bool with_curve) {
     }
 }
 
-/// A plane with as much memory as an import covers.
 class Plane {
 public:
-    explicit Plane(int32_t size) : size_(size), memory_((static_cast<size_t>(size) + 127) / 128 * 128) {
+    explicit Plane(int32_t size)
+        : size_(size), memory_(lumivert::platform::PlaneSource::kSharedMemory, static_cast<size_t>(size)) {
         if (memory_.data() == nullptr) std::abort();
     }
     _MULTIPLANE_t descriptor() const { return {memory_.descriptor(), 0, size_}; }
 
 private:
     int32_t size_;
-    lumivert::platform::SharedMemory memory_;
+    lumivert::platform::PlaneMemory memory_;
 };
 
 void retained_frame(benchmark::State& state, _ALGO_t mode) {

@@ -4,12 +4,12 @@
 
 #include <CL/cl.h>
 #include <CL/cl_ext.h>
-#include <dlfcn.h>
+#include <interpose.h>
 
 /// `DRIVER(clFinish)` is the loader's `clFinish`, as a pointer to function.
 #define DRIVER(name)                                                                                                   \
     ([] {                                                                                                              \
-        static const auto next = reinterpret_cast<decltype(&::name)>(dlsym(RTLD_NEXT, #name));                         \
+        static const auto next = next_definition<decltype(::name)>(#name);                                             \
         return next;                                                                                                   \
     }())
 

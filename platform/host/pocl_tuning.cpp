@@ -3,6 +3,8 @@
 #include <mutex>
 #include <vector>
 
+#include <dlfcn.h>
+
 #include "driver.h"
 
 namespace lumivert::platform {
@@ -12,10 +14,10 @@ namespace {
 /// and without branches. PoCL calls a function for every powr, floor, rint and convert_int, and a loop with a call in
 /// it is not vectorised; for the same reason vectors are taken apart. Any other exponent still gets PoCL's powr.
 ///
-/// log2: the bits of x = 2^e * (1 + f), read as an integer, lie (e + f) * 2^23 above those of 1. What is left, log2(1 +
-/// f)
-/// - f on [0, 1), is a minimax polynomial without a constant term, so that log2(1) is 0 exactly: 5 terms in f to 2e-6
-/// for 1/m2, which damps that to 2e-8; 7 terms to 3e-7 for 0.45; 8 terms to 5e-8 for 1/m1.
+/// log2: the bits of x = 2^e * (1 + f), read as an integer, lie (e + f) * 2^23 above those of 1. What is left,
+/// log2(1 + f) - f on [0, 1), is a minimax polynomial without a constant term, so that log2(1) is 0 exactly: 5 terms in
+/// f to 2e-6 for 1/m2, which damps that to 2e-8; 7 terms to 3e-7 for 0.45; 8 terms to 5e-8 for 1/m1.
+///
 /// exp2: the argument in units of 2^-23; its integer part goes straight to the exponent, the rest to a polynomial
 /// through (0, 1), so that whole powers of two are exact, 1.1e-7. With 1/m2 the result lies in [0.9, 1] and takes three
 /// terms.

@@ -2,7 +2,6 @@
 #include <string>
 
 #include <fcntl.h>
-#include <platform/shared_memory.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -10,8 +9,6 @@
 #include "support/host.h"
 
 namespace {
-
-using lumivert::platform::SharedMemory;
 
 const cl_import_properties_arm kDmaBuf[] = {CL_IMPORT_TYPE_ARM, CL_IMPORT_TYPE_DMA_BUF_ARM, 0};
 const cl_import_properties_arm kHost[] = {CL_IMPORT_TYPE_ARM, CL_IMPORT_TYPE_HOST_ARM, 0};
@@ -48,7 +45,7 @@ protected:
 
 TEST_F(ImportMemory, SharesTheCallersMemoryAndOutlivesTheDescriptor) {
     constexpr size_t kSize = 3 * 4096 + 128;
-    const SharedMemory plane(kSize);
+    const Plane plane(kSize);
     const int closed = dup(plane.descriptor());
     cl_mem memory = import(closed, kSize);
     close(closed);
@@ -68,7 +65,7 @@ TEST_F(ImportMemory, WrapsHostMemory) {
 }
 
 TEST_F(ImportMemory, ReachesToTheEndOfTheLastPageAtThatTime) {
-    const SharedMemory plane(0);
+    const Plane plane(4096);
     const struct {
         off_t object;
         size_t size;
@@ -88,7 +85,7 @@ TEST_F(ImportMemory, ReachesToTheEndOfTheLastPageAtThatTime) {
 }
 
 TEST_F(ImportMemory, RefusesWhatCannotBeImported) {
-    const SharedMemory plane(4096);
+    const Plane plane(4096);
     int fd = plane.descriptor();
     int closed = dup(fd);
     int read_only = open(("/proc/self/fd/" + std::to_string(fd)).c_str(), O_RDONLY | O_CLOEXEC);
@@ -126,14 +123,14 @@ TEST_F(ImportMemory, RefusesWhatCannotBeImported) {
 }
 
 TEST_F(ImportMemory, KeepsABoundedNumberOfIdleMappings) {
-    const SharedMemory held(4096), often(4096);
+    const Plane held(4096), often(4096);
     const int before = footprint().plane_mappings;
     cl_mem memory = import(held.descriptor(), 4096);
     for (int i = 0; i < 100; ++i)
         ASSERT_EQ(import_status(often.descriptor(), 4096), CL_SUCCESS);
     EXPECT_EQ(footprint().plane_mappings, before + 2) << "one mapping for all the imports of a plane";
     for (int i = 0; i < 200; ++i)
-        ASSERT_EQ(import_status(SharedMemory(4096).descriptor(), 4096), CL_SUCCESS);
+        ASSERT_EQ(import_status(Plane(4096).descriptor(), 4096), CL_SUCCESS);
     EXPECT_LE(footprint().plane_mappings, before + 33);
     expect_shared(memory, held.descriptor(), 4096); // the one in use is not among those that went
     clReleaseMemObject(memory);

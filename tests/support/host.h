@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include <platform/shared_memory.h>
+#include <platform/plane_memory.h>
 
 #include "lumivert/converter.h"
 
@@ -37,14 +37,15 @@ std::string read_file(const std::string& path); ///< empty if there is none
 /// Sets a property; an empty value unsets it.
 void set_property(const std::string& key, const std::string& value);
 
-/// A plane in shared memory, whole pages of it.
+/// A plane in shared memory.
 class Plane {
 public:
-    explicit Plane(std::size_t bytes) : mBytes(bytes), mMemory((bytes + 4095) / 4096 * 4096) {
+    explicit Plane(std::size_t bytes) : mBytes(bytes), mMemory(lumivert::platform::PlaneSource::kSharedMemory, bytes) {
         if (mMemory.data() == nullptr) std::abort();
     }
 
-    _MULTIPLANE_t handle() const { return {mMemory.descriptor(), 0, static_cast<int32_t>(mBytes)}; }
+    _MULTIPLANE_t handle() const { return {descriptor(), 0, static_cast<int32_t>(mBytes)}; }
+    int descriptor() const { return mMemory.descriptor(); }
     uint8_t* bytes() { return mMemory.data(); }
     uint16_t* words() { return reinterpret_cast<uint16_t*>(mMemory.data()); }
     std::size_t size() const { return mBytes; }
@@ -53,7 +54,7 @@ public:
 
 private:
     std::size_t mBytes;
-    lumivert::platform::SharedMemory mMemory;
+    lumivert::platform::PlaneMemory mMemory;
 };
 
 /// A frame of two planes, allocated for whole blocks of 4 x 2 pixels.

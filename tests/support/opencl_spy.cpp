@@ -1,14 +1,13 @@
 #include "support/opencl_spy.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <mutex>
 #include <optional>
 
 #include <CL/cl_ext.h>
-#include <dlfcn.h>
+#include <interpose.h>
 
 namespace spy {
 namespace {
@@ -48,19 +47,10 @@ std::optional<cl_int> enter(const char* name, const std::string& detail) {
     return code;
 }
 
-void* real(const char* name) {
-    void* function = dlsym(RTLD_NEXT, name);
-    if (function == nullptr) {
-        std::fprintf(stderr, "opencl_spy: no %s behind the spy\n", name);
-        std::abort();
-    }
-    return function;
-}
-
 template <typename... Parameters, typename... Arguments>
 cl_int status(const char* name, const std::string& detail, cl_int (*)(Parameters...), Arguments... arguments) {
     if (const auto code = enter(name, detail)) return *code;
-    return reinterpret_cast<cl_int (*)(Parameters...)>(real(name))(arguments...);
+    return next_definition<cl_int(Parameters...)>(name)(arguments...);
 }
 
 template <typename Object, typename... Parameters, typename... Arguments>
@@ -70,7 +60,7 @@ Object object(const char* name, const std::string& detail, Object (*)(Parameters
         if (error != nullptr) *error = *code;
         return nullptr;
     }
-    return reinterpret_cast<Object (*)(Parameters...)>(real(name))(arguments..., error);
+    return next_definition<Object(Parameters...)>(name)(arguments..., error);
 }
 
 std::string text(std::size_t a) {
@@ -192,7 +182,7 @@ STATUS(clReleaseKernel, (cl_kernel k), "", k)
 /// A failing wait still waits: a device that goes on working behind the test's back would be a fault of the test.
 cl_int clFinish(cl_command_queue q) {
     const auto code = spy::enter("clFinish", "");
-    const cl_int finished = reinterpret_cast<decltype(&clFinish)>(spy::real("clFinish"))(q);
+    const cl_int finished = next_definition<decltype(clFinish)>("clFinish")(q);
     return code.value_or(finished);
 }
 
