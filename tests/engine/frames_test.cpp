@@ -69,12 +69,17 @@ TEST_P(Hdr10PlusFrames, AgreeWithTheReference) {
     Frame p010(P010_LINEAR, w, h);
     Frame rgba_out(RGBA, w, h);
     const Instance instance(w, h, NORMAL);
-    const auto* intermediate = static_cast<const uint8_t*>(engine_of(instance).mWorkHost0);
-    const auto* own_rgba = static_cast<const uint8_t*>(engine_of(instance).mWorkHost1);
+    auto* const intermediate = static_cast<uint8_t*>(engine_of(instance).mWorkHost0);
+    auto* const own_rgba = static_cast<uint8_t*>(engine_of(instance).mWorkHost1);
     // Of the retained and the pooled frames of each format, RGBA last: it takes the work buffer's place.
     const auto convert = [&](Frame& out, bool pool, const P010& in, HDR10PLUS_DYNAMIC_INFO& info) {
         SCOPED_TRACE(testing::Message() << "format " << out.format << (pool ? ", pool" : ", retained"));
         fill(frame, in);
+        // Nothing of the frame before may pass for this one.
+        out.luma.fill(0);
+        out.chroma.fill(0);
+        std::fill_n(intermediate, 4UL * w * h, 0);
+        std::fill_n(own_rgba, 4UL * w * h, 0);
         ASSERT_EQ(pool ? instance.convert1(frame, out, &info) : instance.convert(frame, out, &info), 1);
         const reference::ToneMap map = reference::tone_map_of(reference::curve_for(info, 250));
         EXPECT_TRUE(agrees(reference::compare_unmapped(in, 64, intermediate, 0)));

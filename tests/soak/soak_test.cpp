@@ -162,7 +162,13 @@ TEST_F(Soak, TwoInstancesInTwoThreads) {
         convert(normal, nv12, false, first, last);
         other.join();
     });
-    convert(normal, nv12, false, 0, Pool::kFrames);
+    std::thread beside([&] {
+        for (int i = 0; i < 100; ++i)
+            convert(fixed, p010, false, 0, Pool::kFrames);
+    });
+    for (int i = 0; i < 100; ++i)
+        convert(normal, nv12, false, 0, Pool::kFrames);
+    beside.join();
     EXPECT_EQ(nv12.out[3].luma.contents(), alone[0]);
     EXPECT_EQ(p010.out[3].luma.contents(), alone[1]);
 }
