@@ -96,7 +96,8 @@ bool Formatter::make_work_buffers(const char* function) {
 }
 
 bool Formatter::frame_fits() const {
-    return round_up(mWidth, 4) * round_up(mHeight, 2) <= kMostPixels;
+    const auto rows = round_up(mHeight, 2);
+    return rows == 0 || round_up(mWidth, 4) <= kMostPixels / rows;
 }
 
 Formatter::~Formatter() {

@@ -153,6 +153,7 @@ TEST_F(PathsTest, LaunchNothingForFramesWhoseSizeWrapsAt32Bits) {
     EXPECT_TRUE(Formatter(4, 268435448, HI_JACK).frame_fits());
     EXPECT_FALSE(Formatter(4, 268435449, HI_JACK).frame_fits());
     EXPECT_FALSE(Formatter(UINT32_MAX, 1, HI_JACK).frame_fits());
+    EXPECT_FALSE(Formatter(UINT32_MAX, UINT32_MAX, HI_JACK).frame_fits());
 }
 
 TEST_F(PathsTest, AnInstanceOfTheOtherFrameworkFindsNoStaticKernel) {
