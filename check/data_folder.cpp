@@ -19,7 +19,10 @@ DataFolder::DataFolder() {
 #else
     const char* const temporary = std::getenv("TMPDIR");
     std::string root = std::string(temporary && *temporary ? temporary : "/tmp") + "/lumivert_check.XXXXXX";
-    if (mkdtemp(&root[0]) == nullptr) return;
+    if (mkdtemp(&root[0]) == nullptr) {
+        path_ = root;
+        return;
+    }
     own_root_ = root;
     for (const char* const folder : kFolders)
         mkdir((root + folder).c_str(), 0755);

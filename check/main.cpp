@@ -1,5 +1,5 @@
-/// lumivert_check: does libLumivert.so work on this device? Converts frames on every path and holds every sample
-/// against what must come out.
+/// lumivert_check: does libLumivert.so work on this device? Converts frames on every path and compares every
+/// sample with what must come out.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>

@@ -75,6 +75,7 @@ Facts in_own_process(const std::vector<std::string>& arguments, void (*work)(con
     Pipe facts_pipe;
     Pipe log;
     const pid_t child = fork();
+    const int fork_error = errno;
     if (child == 0) be_the_child(facts_pipe, log, arguments, work);
 
     using Clock = std::chrono::steady_clock;
@@ -83,6 +84,7 @@ Facts in_own_process(const std::vector<std::string>& arguments, void (*work)(con
     bool killed = false;
     while (child > 0 && waitpid(child, &status, WNOHANG) == 0) {
         if (!killed && Clock::now() > deadline) killed = kill(child, SIGKILL) == 0;
+        if (killed && Clock::now() > deadline + std::chrono::seconds(10)) break; // stuck inside the GPU's driver
         constexpr int kPauseMs = 5;
         pollfd readable[] = {{facts_pipe.read_end, POLLIN, 0}, {log.read_end, POLLIN, 0}};
         poll(readable, 2, kPauseMs);
@@ -99,7 +101,7 @@ Facts in_own_process(const std::vector<std::string>& arguments, void (*work)(con
         facts = found;
     } else {
         facts.set("ok", 0);
-        facts.set("detail", child < 0         ? format("no process: %s", strerror(errno))
+        facts.set("detail", child < 0         ? format("no process: %s", strerror(fork_error))
                             : killed          ? format("hung: killed after %d s", limit_seconds)
                             : found.has("ok") ? ending(status) + ", after its frames"
                                               : ending(status));

@@ -42,9 +42,9 @@ public:
     int convert(uint32_t seed, int interval = 0);
     /// Converts what is in the planes.
     int convert_again(int interval = 0);
-    /// Holds the planes against the reference; `converted` false: everything must be as it was.
+    /// Compares the planes with the reference or, if not `converted`, with what they held before.
     reference::Comparison compare(bool converted = true) const;
-    /// Holds RGBA output against another frame's.
+    /// Compares RGBA output with that of another frame.
     reference::Comparison compare_rgba_of(const reference::P010& frame) const;
 
     const reference::P010& frame() const { return frame_; }

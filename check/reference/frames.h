@@ -1,4 +1,4 @@
-/// Whole frames held against what must come out, sample by sample.
+/// Compares whole frames with what must come out, sample by sample.
 #pragma once
 
 #include <cstddef>

@@ -120,7 +120,7 @@ Interval gains_between(const ToneMap& map, Interval variable) {
 } // namespace
 
 // For U, 512 + 896 * ((code / 4 - 128) / 224 * luma / 1024 * 4.5) is 512 + (code - 512) * luma * 9 / 2048, for V the 9
-// is a 16. Single precision is off by less than 1/2048: it decides only where the fraction is a whole number.
+// is a 16. Single precision is off by less than 1/2048, which matters only where the exact result is a whole number.
 Span static_chroma(int code, int mapped_luma, bool cr) {
     constexpr int kCentre = 512;
     constexpr int kHalfRange = 448;
@@ -128,7 +128,7 @@ Span static_chroma(int code, int mapped_luma, bool cr) {
     if (scaled == 0) return Span::exactly(kCentre);
     const int from_zero = kCentre * 2048 + std::clamp(scaled, -kHalfRange * 2048, kHalfRange * 2048);
     const int whole = from_zero / 2048;
-    const bool may_fall_short = from_zero % 2048 == 0;
+    const bool may_fall_short = from_zero % 2048 == 0 && std::abs(scaled) <= kHalfRange * 2048;
     return Span{may_fall_short ? whole - 1 : whole, whole}.clamped(kCentre - kHalfRange, kCentre + kHalfRange);
 }
 

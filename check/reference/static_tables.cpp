@@ -1,7 +1,7 @@
 #include "reference/samples.h"
 
-// The tables are data, agreed for all devices. They are the library's own, so they cannot be told wrong here; the tests
-// hold them against their derivation.
+// The tables are data, agreed for all devices. They are the library's own files, so this comparison cannot find an
+// error in them; a test compares them with their derivation.
 namespace lumivert::reference {
 
 const StaticTable kTable1000 = {
