@@ -29,4 +29,8 @@ apt-get autoclean -q
 rm -rf "$sysroot" "$sysroot.packages"
 mkdir "$sysroot"
 for archive in apt/cache/archives/*.deb; do dpkg -x "$archive" "$sysroot"; done
+# Libraries that an installed system finds through its alternatives (FFmpeg's filters need BLAS and LAPACK).
+for library in "$sysroot"/usr/lib/*/blas/*.so.* "$sysroot"/usr/lib/*/lapack/*.so.*; do
+    [ ! -e "$library" ] || ln -sf "$(basename "$(dirname "$library")")/$(basename "$library")" "$(dirname "$library")/.."
+done
 echo "$*" >"$sysroot.packages"
