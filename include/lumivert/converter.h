@@ -18,8 +18,8 @@
 ///
 /// **Frame size.** Sizes are computed in 32 bits. The largest frame has 1 073 741 792 pixels, with the width rounded up
 /// to a multiple of 4 and the height to a multiple of 2. Init does not check this. A conversion of larger frames
-/// launches nothing: it logs failed launches and returns 1, and the output is not written. Nor is NV12 and P010 output
-/// if the frame is smaller than one block (below).
+/// launches nothing: it logs failed launches and returns 1, and the output is not written. NV12 and P010 output of
+/// frames smaller than one block (below) is not written either.
 ///
 /// **Planes.** P010 planes hold 16-bit little-endian words with the 10-bit code in the upper bits; NV12 planes hold
 /// bytes. Chroma interleaves Cb and Cr at half the width and height. Planes are tightly packed: a row of luma is
@@ -39,9 +39,9 @@
 /// "Lumivert") if bit 0 of `debug_level` is set; a frame that `intervalCnt` skips is not logged. An OpenCL call that
 /// fails during a conversion is logged, but the conversion carries on and returns 1. The following end the process,
 /// with a message, through `__android_log_assert`: a plane without a descriptor or size; a plane that cannot be
-/// imported, or (mode `NORMAL`, `CL_HDR2SDR_ARM_convert1`) not released; a program cache that cannot be read or
-/// written, or that the driver refuses; a kernel that cannot be created even after the program was rebuilt. Running
-/// out of memory for small objects ends the process as well.
+/// imported or, in mode `NORMAL` with `CL_HDR2SDR_ARM_convert1`, cannot be released; a program cache that cannot be
+/// read or written, or that the driver refuses; a kernel that cannot be created even after the program was rebuilt.
+/// Running out of memory for small objects ends the process as well.
 #ifndef LUMIVERT_CONVERTER_H
 #define LUMIVERT_CONVERTER_H
 
@@ -107,8 +107,9 @@ extern int32_t debug_level;
 ///
 /// `handle_out` must not be null. On success it receives the instance and init returns 1; destroy the instance with
 /// `CL_HDR2SDR_ARM_deinit`. It receives null and init returns 0 if the mode is unknown, if the gain table or the work
-/// buffers cannot be allocated, or if there is no usable device and no cache file. With a cache file but no usable
-/// device init does not return: like any program that cannot be loaded, this ends the process (check 416).
+/// buffers cannot be allocated, or if there is no usable device and no cache file of this system build. With such a
+/// file but no usable device init does not return: like any program that cannot be loaded, this ends the process (check
+/// 416).
 int32_t CL_HDR2SDR_ARM_init(uint32_t width, uint32_t height, _ALGO_t mode, void** handle_out,
                             int32_t IsC2Base) LUMIVERT_NOEXCEPT;
 

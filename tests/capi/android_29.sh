@@ -6,7 +6,8 @@ nm=$1
 shift
 later='memfd_create|mlock2|renameat2|statx|close_range|copy_file_range|p(read|write)v2|pidfd_open|sem_clockwait|backtrace'
 for program in "$@"; do
-    if "$nm" -C "$program" | grep -E " U ($later)(@|$)| std::filesystem::"; then
+    symbols=$("$nm" -C "$program")
+    if echo "$symbols" | grep -E " U ($later)(@|$)| std::filesystem::"; then
         echo "$program needs a newer Android" >&2
         exit 1
     fi

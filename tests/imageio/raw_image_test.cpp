@@ -45,8 +45,8 @@ protected:
 TEST_F(RawImage, Nv12IsTightlyPackedAndComesInWholePairs) {
     file(counting(40));
     const nv12_image_t image = load_nv12_image_data(path_, 5, 3);
-    EXPECT_EQ(image.width, 5);
-    EXPECT_EQ(image.height, 3);
+    EXPECT_EQ(image.width, 5U);
+    EXPECT_EQ(image.height, 3U);
     EXPECT_EQ(image.y, counting(15));
     EXPECT_THAT(image.uv, ElementsAre(16, 17, 18, 19, 20, 21, 0));
     save_nv12_image_data(path_, image); // over the longer file
@@ -58,8 +58,8 @@ TEST_F(RawImage, Nv12IsTightlyPackedAndComesInWholePairs) {
 TEST_F(RawImage, ShortFilesReadAsZero) {
     file(counting(5));
     const nv12_image_t fixed = load_nv12_image_data(path_);
-    EXPECT_EQ(fixed.width, 3840);
-    EXPECT_EQ(fixed.height, 2160);
+    EXPECT_EQ(fixed.width, 3840U);
+    EXPECT_EQ(fixed.height, 2160U);
     EXPECT_EQ(fixed.uv, Bytes(4147200));
     Bytes luma = counting(5);
     luma.resize(8294400);

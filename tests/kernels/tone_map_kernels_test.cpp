@@ -5,7 +5,7 @@
 #include "support/agreement.h"
 
 // The HDR10+ tone map against the reference. Fused with the conversion from P010 it is part of the engine's frames;
-// here it is held against the form in which it is described.
+// here it is compared with the form in which it is described.
 
 namespace lumivert::test {
 namespace {
