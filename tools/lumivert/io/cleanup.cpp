@@ -51,10 +51,6 @@ void watch_crashes() {
     });
 }
 
-} // namespace
-
-namespace {
-
 /// Whether `name` still is what `fd` has open.
 bool is_there(const std::string& name, int fd) {
     struct stat opened {
