@@ -4,8 +4,8 @@
     run.py [PATTERN]    the faults whose names match the regular expression PATTERN, or all
 
 The copy and its build stay in build-mutants, so that the next run compiles only what differs. A fault first meets the
-program that should notice it; one that slips through meets all the others. Prints what slipped through and the rate, and
-fails below 95 %."""
+program that should notice it; one that slips through meets all the others, of the tool if it is the tool's. Prints what
+slipped through and the rate, and fails below 95 %."""
 import os
 import pathlib
 import re
@@ -22,6 +22,7 @@ QUICK = {  # program: where it is
     "platform_test": "tests/platform", "test_diagnostics": "tests/engine", "test_formatter": "tests/engine",
     "test_paths": "tests/engine", "test_life": "tests/engine", "test_program": "tests/engine",
     "test_entry": "tests/engine", "test_frames": "tests/engine", "test_fault": "tests/engine", "fuzz_calls": "tests/fuzz"}
+TOOL = ["tool_convert", "tool_trouble", "tool_analysis", "tool_measure", "tool_compare", "tool_report"]
 OPTIONS = {"test_frames": ["--gtest_filter=Small*"], "test_fault": ["--gtest_filter=SurroundingsFault*"],
            "fuzz_calls": [ROOT / "tests/fuzz/corpus/calls"]}
 
@@ -49,17 +50,18 @@ def build(*targets):
 
 
 def notices(program):
-    """Whether a program fails, with what is built. The tool's tests are named as CTest has them."""
+    """Whether a program fails, with what is built."""
     if program in QUICK:
         built = build(program)
-        run = [TREE / "tests/run.sh", BUILD, BUILD / QUICK[program] / program, *OPTIONS.get(program, [])]
+        run = [BUILD / QUICK[program] / program, *OPTIONS.get(program, [])]
     else:
         built = build("lumivert")
-        run = ["ctest", "--test-dir", BUILD, "-R", f"^{program}$", "--no-tests=error"]
+        script = TREE / "tests/tool" / f"{program.removeprefix('tool_')}_test.py"
+        run = [f"LUMIVERT={BUILD / 'lumivert'}", sys.executable, "-B", script, "-f"]
     if built.returncode != 0:
         sys.exit(f"a fault does not compile:\n{built.stdout.decode()[-3000:]}")
     try:
-        return command(*run, cwd=BUILD, timeout=600).returncode != 0
+        return command(TREE / "tests/run.sh", BUILD, *run, cwd=BUILD, timeout=600).returncode != 0
     except subprocess.TimeoutExpired:
         return True
 
@@ -73,7 +75,7 @@ def slips_through(fault):
     path.write_text(text.replace(fault["old"], fault["new"]))
     try:
         first = fault["notices"]
-        others = [program for program in QUICK if program != first] if first in QUICK else []
+        others = [program for program in (QUICK if first in QUICK else TOOL) if program != first]
         return not any(notices(program) for program in [first, *others])
     finally:
         path.write_text(text)
