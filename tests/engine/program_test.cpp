@@ -25,6 +25,7 @@ TEST(BuildIdentifier, IsTheFirstRunWithoutSlashBeforeUserOrEng) {
         {"b/p/d:12/ID/77:eng/test-keys", "77"},
         {"b/p/d:12/ID/eng.me:userdebug/test-keys", "eng.me"},
         {"a:user:eng/b:eng", "a:user"}, // the run is as long as it can be
+        {"a:user:user/b", "a:user"},
         {"x/:user/y:engine", "y"},
         {"", ""},
         {"brand/product", ""},

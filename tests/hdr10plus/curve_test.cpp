@@ -195,6 +195,8 @@ TEST(Curve, WorkedFigures) {
     lumivert::default_metadata(1000, 1000, &usual);
     HDR10PLUS_DYNAMIC_INFO knee_above_one = usual;
     knee_above_one.knee_point_y = 65535;
+    HDR10PLUS_DYNAMIC_INFO for_4000 = usual;
+    for_4000.display_max_luminance = 4000;
     HDR10PLUS_DYNAMIC_INFO dark = {}; // as is a scene without a distribution
     std::fill_n(dark.maxscl, 3, 20000);
     const float third = 0.3F / 3 + 132 / 4095.0F * 2 / 3;
@@ -206,6 +208,7 @@ TEST(Curve, WorkedFigures) {
         {usual, 250, 10, 33 / 4095.0F, 132 / 4095.0F, 380 / 1023.0F},
         {usual, 500, 10, third / 2, third, (1 - third / 2) / (5 - 5 * third)},
         {knee_above_one, 500, 10, 0.5F, 1, 0.92F},
+        {for_4000, 1000, 10, 0.3F, 0.3F, 0.1F}, // just as bright as the scene: nothing to map
         {dark, 0, 5, 0, 0, 0.98F * 0.65F},
         {dark, 4000, 2.5F, 0.3F, 0.3F, 0.1F},
     };

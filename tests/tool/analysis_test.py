@@ -145,9 +145,13 @@ class Probe(ToolTest):
     def test_warnings(self):
         clip("bare.mp4", "64x64")
         clip("sdr.mp4", "64x64", transfer="bt709", pixels="yuv420p")
-        for name, warnings in (("bare.mp4", ["PQ without any metadata"]), ("sdr.mp4", ["not PQ", "8-bit samples"])):
+        clip("dim.mp4", "64x64", more=":master-display=G(8500,39850)B(6550,2300)R(35400,14600)WP(15635,16450)L(5000,1)")
+        for name, warnings in (("bare.mp4", ["PQ without any metadata"]), ("sdr.mp4", ["not PQ", "8-bit samples"]),
+                               ("dim.mp4", ["a mastering peak of 0.5 cd/m2"])):
             for expected, warning in zip(warnings, self.facts(name, DIFFERENT)["warnings"], strict=True):
                 self.assertIn(expected, warning)
+        self.assertIn("there is no HDR10+ metadata in bare.mp4",
+                      self.convert("bare.mp4", "out.nv12", "--mode", "hdr10plus", status=DIFFERENT))
 
     def test_records_that_begin_late_stay_until_replaced(self):
         curve = {"knee": (100, 400), "anchors": [100 * k for k in range(1, 10)]}
@@ -168,13 +172,16 @@ class Probe(ToolTest):
         self.assertEqual(read("own.nv12"), read("read.nv12"))
 
     def test_records_that_change_kind_or_have_a_flag_without_anchors(self):
-        clip_with_records("in.hevc", [record(1000, knee=(0, 0), anchors=[]), record(1000), record(1000)])
+        clip_with_records("in.hevc", [record(1000, knee=(0, 0), anchors=[]), record(1000),
+                                      record(1000, knee=(0, 0), anchors=[100, 200])])
         facts = self.facts("in.hevc", DIFFERENT)
         self.assertEqual(facts["hdr10plus"]["profile"], "A and B mixed")
-        self.assertEqual(facts["warnings"], ["a tone-mapping flag with no anchors: 1 frame, the first 0"])
+        self.assertEqual(facts["warnings"], ["a tone-mapping flag with no anchors: 1 frame, the first 0",
+                                             "fewer than 3 anchors: the converter ignores them: 1 frame, the first 2"])
         self.lumivert("metadata", "in.hevc", "-o", "out.json")
         self.assertEqual([s.get("BezierCurveData") for s in json.loads(read("out.json"))["SceneInfo"]],
-                         [{"Anchors": [], "KneePointX": 0, "KneePointY": 0}, None, None])
+                         [{"Anchors": [], "KneePointX": 0, "KneePointY": 0}, None,
+                          {"Anchors": [100, 200], "KneePointX": 0, "KneePointY": 0}])
         self.assertIn("in.hevc: a tone-mapping flag with no anchors", self.convert("in.hevc", "out.nv12", status=DIFFERENT))
 
 

@@ -14,7 +14,7 @@ class Compare(ToolTest):
         write("a.nv12", 3 * frame)
         frame[64 * 10 + 20] = 7                # luma (20, 10)
         frame[64 * 32 + 64 * 5 + 2 * 9 + 1] = 2  # Cr (9, 5)
-        write("b.nv12", bytes(len(frame)) + frame + bytes(len(frame)))
+        write("b.nv12", bytes(len(frame)) + 2 * frame)
         compare = lambda *options, **more: self.lumivert("compare", "a.nv12", "b.nv12", "--size", "64x32",
                                                          *options, **more)
         text, _ = compare("--json", "-o", "d.png", status=DIFFERENT)
@@ -22,12 +22,13 @@ class Compare(ToolTest):
         self.assertEqual((result["first_differing_frame"], result["frames"]), (1, [3, 3]))
         y, cb, cr = result["planes"]
         self.assertEqual((y["largest_difference"], y["at"]), (7, {"frame": 1, "x": 20, "y": 10}))
-        self.assertAlmostEqual(y["psnr_db"], 10 * math.log10(255 ** 2 * 3 * 64 * 32 / 49), places=6)
+        self.assertAlmostEqual(y["psnr_db"], 10 * math.log10(255 ** 2 * 3 * 64 * 32 / 98), places=6)
         self.assertEqual((cb["largest_difference"], cb["psnr_db"]), (0, None))
         self.assertEqual((cr["largest_difference"], cr["at"]), (2, {"frame": 1, "x": 9, "y": 5}))
         red = self.pixels("d.png", 64)
         self.assertEqual([red(20, 10), red(18, 10), red(21, 10)], [(179, 10, 38), (214, 124, 139), (255, 255, 255)])
-        self.assertIn("frame that differs by more than 6: 1", compare("--tolerance", "6", status=DIFFERENT)[0].decode())
+        text = compare("--tolerance", "6", "-o", "d.png", status=DIFFERENT)[0].decode()
+        self.assertIn("frame that differs by more than 6: 1\n  d.png shows frame 1;", text)
         compare("--tolerance", "7", status=DONE)
 
     def pixels(self, path, width):

@@ -129,7 +129,7 @@ class Hdr10Plus(ToolTest):
                  ([scene(SequenceFrameIndex=1), flat | {"SequenceFrameIndex": 3}], DIFFERENT,
                   "2 with HDR10+, 3 without one used the record before, 1 before the first record used the default",
                   "daabbb"),
-                 ([scene()] + 7 * [flat], DIFFERENT, "8 records for 6 frames: 2 not used", "abbbbb")]
+                 ([scene()] + 6 * [flat], DIFFERENT, "7 records for 6 frames: 1 not used", "abbbbb")]
         frames = {}
         for scenes, status, line, expected in cases:
             write_scenes("in.json", scenes)
@@ -139,6 +139,7 @@ class Hdr10Plus(ToolTest):
                 frame = out[i * frame_bytes:(i + 1) * frame_bytes]
                 self.assertEqual(frames.setdefault(kind, frame), frame, (line, i))
         self.assertNotEqual(frames["a"], frames["b"])
+        self.convert("in.p010", "out.nv12", *self.raw, "--frames", "0-2")  # nobody misses the records after a part
 
     def test_frames_and_interval_pick_frames(self):
         self.convert(DEMO, "all.nv12", "--frames", "0-11")
@@ -147,6 +148,8 @@ class Hdr10Plus(ToolTest):
         for options, numbers in ((("--frames", "5-7"), (5, 6, 7)), (("--frames", "0-11", "--interval", "4"), (0, 4, 8))):
             self.convert(DEMO, "some.nv12", *options)
             self.assertEqual(read("some.nv12"), b"".join(everything[i * frame:(i + 1) * frame] for i in numbers))
+        self.convert(DEMO, "some.y4m", "--frames", "0-4", "--interval", "4")
+        self.assertIn(b" F6:1 ", read("some.y4m")[:100])  # a quarter of the clip's rate
 
 
 class Outputs(ToolTest):
@@ -189,13 +192,14 @@ class Outputs(ToolTest):
     def test_matroska_and_stills_hold_turned_clips_upright(self):
         ffmpeg("-i", DEMO, "-frames:v", "2", "-c", "copy", "in.mp4")
         write("in.mp4", turned(read("in.mp4")))
+        self.assertEqual(json.loads(self.lumivert("probe", "in.mp4", "--json")[0])["rotation"], 90)
         for name, options in (("out.mkv", ()), ("out.png", ("--frames", "0"))):
             self.convert("in.mp4", name, *options)
             stream = ffprobe(name, "streams")[0]
             self.assertEqual((stream["width"], stream["height"]), (360, 640), name)
 
     def test_records_that_begin_after_the_look_ahead(self):
-        clip_with_records("in.hevc", 17 * [None] + [record(1000)])
+        clip_with_records("in.hevc", 17 * [None] + 2 * [record(1000)])
         lines = self.convert("in.hevc", "out.p010", status=DIFFERENT)
         self.assertRegex(lines, r"frame 17\b.*--mode hdr10plus")
         text, _ = self.lumivert("probe", "in.hevc", status=DIFFERENT)
@@ -207,16 +211,17 @@ class Outputs(ToolTest):
         ffmpeg("-i", DEMO, "-f", "lavfi", "-i", "sine=d=3", "-i", "s.srt", "-i", "c.txt", "-map", "0:v", "-map", "1:a",
                "-map", "2:s", "-map_metadata", "3", "-map_chapters", "3", "-c:v", "copy", "-c:a", "aac", "-c:s", "srt",
                "-metadata:s:a", "language=deu", "-attach", "c.txt", "-metadata:s:t", "mimetype=text/plain", "in.mkv")
-        for name, kinds, left_out in (("out.mkv", ["video", "audio", "subtitle", "attachment"], None),
-                                      ("out.mp4", ["video", "audio"], "not copied: subtitle track 2 (subrip), attachment")):
-            lines = self.convert("in.mkv", name, "--from", "1", "--to", "00:00:02")
+        for name, part, kinds, left_out in (
+                ("out.mkv", ("--from", "1", "--to", "00:00:02"), ["video", "audio", "subtitle", "attachment"], None),
+                ("out.mp4", ("--frames", "24-47"), ["video", "audio"], "not copied: subtitle track 2 (subrip), attachment")):
+            lines = self.convert("in.mkv", name, *part)
             self.assertIn(left_out or "24 frames", lines)
             told = json.loads(subprocess.run(["ffprobe", "-v", "error", "-show_streams", "-show_chapters", "-show_format",
                                               "-of", "json", name], check=True, stdout=subprocess.PIPE).stdout)
             streams = [s for s in told["streams"] if s["codec_type"] != "data"]  # MP4 keeps chapters in one
             self.assertEqual([s["codec_type"] for s in streams], kinds)
             self.assertEqual((streams[1]["tags"]["language"], told["format"]["tags"]["title"]), ("deu", "A title"))
-            self.assertEqual([c["tags"]["title"] for c in told["chapters"]], ["Two"])
+            self.assertEqual([(c["tags"]["title"], float(c["end_time"])) for c in told["chapters"]], [("Two", 1)])
             self.assertLess(abs(float(streams[0]["start_time"])), 0.05)  # the part begins at 0
             self.assertLess(float(told["format"]["duration"]), 1.6)
             self.assertEqual(hdr_messages(name), [])

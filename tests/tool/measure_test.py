@@ -107,7 +107,9 @@ class Measure(ToolTest):
         self.assertLight(float(rows[-1]["p50"]), light((400 - 64) / 876))
         self.assertEqual(rows[0]["record_average"], "")
         self.assertEqual(ffprobe("c.png", "streams")[0]["width"], 1280)
-        self.lumivert("measure", DEMO, "-o", "c.svg", status=DIFFERENT)
+        ffmpeg("-i", DEMO, "-c", "copy", "-output_ts_offset", "5", "late.mkv")  # its first frame counts as 0 s
+        for number, frame in enumerate(self.measure("late.mkv", "-o", "c.svg", status=DIFFERENT)["frames"]):
+            self.assertAlmostEqual(frame["seconds"], number / 24, delta=1e-3)
         write("one.p010", p010(16, 16, lambda x, y: (400, 512, 512)))
         self.lumivert("measure", "one.p010", "--size", "16x16", "-o", "c.svg")
 

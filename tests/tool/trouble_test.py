@@ -50,7 +50,9 @@ class BadInput(ToolTest):
                 (DEMO, ("sdr.mp4",), "out.mp4: several inputs need a folder for their results"),
                 (DEMO, ("--from", "2", "--to", "1"), "--to 1: does not come after --from"),
                 (DEMO, ("--entry", "retained", "--format", "p010"), "no P010 output"),
-                (DEMO, ("--entry", "retained", "--interval", "2"), "--interval works with --entry pool")):
+                (DEMO, ("--frames", "5-4"), "the last frame comes before the first"),
+                ("in.p010", ("--size", "64x63"), "4:2:0 frames have even sizes above 0, not 63"),
+                (DEMO, ("--entry", "retained", "--interval", "1"), "--interval works with --entry pool")):
             with self.subTest(source=source, options=options):
                 self.assertIn(message, self.convert(source, "out.mp4", *options, status=FAILED))
                 self.assertOnlyFiles(*before)
