@@ -90,7 +90,7 @@ private:
                 entry["kept"] = true;
                 return true;
             }
-            const auto source = open_source(request.input, options_.size, options_.rate, options_.as_pq);
+            const auto source = open_source(request.input, options_.size, options_.rate, options_.as_pq, true);
             const Outcome outcome = convert_clip(request, *source, environment_, options_.device);
             report(request, outcome);
             entry.update(to_json(outcome));

@@ -4,7 +4,6 @@
 #include <optional>
 
 #include "commands/options.h"
-#include "conversion/plan.h"
 #include "engine/lattice.h"
 #include "engine/pipeline.h"
 #include "error.h"
@@ -62,9 +61,7 @@ bool CurveInput::is_metadata() const {
 }
 
 std::unique_ptr<FrameSource> CurveInput::open() const {
-    auto source = open_source(path, size, 25, as_pq);
-    check_size(path, source->info());
-    return source;
+    return open_source(path, size, 25, as_pq);
 }
 
 bool CurveInput::takes_fixed_table(FrameSource& source) const {

@@ -1,5 +1,6 @@
 #include "commands/options.h"
 
+#include <algorithm>
 #include <charconv>
 #include <filesystem>
 #include <optional>
@@ -28,6 +29,14 @@ bool take(std::string_view& text, char c) {
     const bool found = !text.empty() && text[0] == c;
     if (found) text.remove_prefix(1);
     return found;
+}
+
+/// Planes of 4:2:0, which every reader of a source fills, hold even sizes.
+void check_size(const std::string& name, const ClipInfo& clip) {
+    const std::string size = name + ": " + std::to_string(clip.width) + "x" + std::to_string(clip.height);
+    if (clip.width % 2 != 0 || clip.height % 2 != 0) throw Error(size + ": odd sizes cannot be converted");
+    if (std::max(clip.width, clip.height) > kLargestSide)
+        throw Error(size + ": sides are at most " + std::to_string(kLargestSide));
 }
 
 } // namespace
@@ -65,7 +74,8 @@ FrameRange parse_frames(const std::string& text) {
     return range;
 }
 
-std::unique_ptr<FrameSource> open_source(const std::string& input, const std::string& size, double rate, bool as_pq) {
+std::unique_ptr<FrameSource> open_source(const std::string& input, const std::string& size, double rate, bool as_pq,
+                                         bool keep_others) {
     if (!size.empty()) {
         const Size raw = parse_size(size);
         return open_raw(input, raw.width, raw.height, av_d2q(rate, 100100));
@@ -73,7 +83,9 @@ std::unique_ptr<FrameSource> open_source(const std::string& input, const std::st
     const std::string extension = std::filesystem::path(input).extension().string();
     if (extension == ".p010" || extension == ".yuv" || extension == ".raw")
         throw Error(input + ": raw P010 needs its size, such as --size 1920x1080");
-    return open_clip(input, as_pq);
+    auto clip = open_clip(input, as_pq, keep_others);
+    check_size(input, clip->info());
+    return clip;
 }
 
 double parse_time(const std::string& option, const std::string& text) {

@@ -18,8 +18,9 @@ Size parse_size(const std::string& text);
 /// "10-19", "10-" or "10"; everything for an empty text.
 FrameRange parse_frames(const std::string& text);
 
-/// Opens a clip, or raw P010 if `size` is given.
-std::unique_ptr<FrameSource> open_source(const std::string& input, const std::string& size, double rate, bool as_pq);
+/// Opens a clip, or raw P010 if `size` is given. Throws if the converter does not take pictures of its size.
+std::unique_ptr<FrameSource> open_source(const std::string& input, const std::string& size, double rate, bool as_pq,
+                                         bool keep_others = false);
 
 /// "00:01:10", "70.5" or "70500ms", in seconds.
 double parse_time(const std::string& option, const std::string& text);

@@ -5,7 +5,6 @@
 
 #include "commands/commands.h"
 #include "commands/options.h"
-#include "conversion/plan.h"
 #include "error.h"
 #include "hdr10plus/tone_curve.h"
 #include "html_report/page.h"
@@ -66,7 +65,6 @@ int run(const Options& options) {
     content.most_bytes = static_cast<size_t>(options.max_size * 1e6);
     const auto source = open_source(options.input, options.size, 25, options.as_pq);
     const ClipInfo& clip = content.clip = source->info();
-    check_size(options.input, clip);
     content.fixed_table = !source->has_records();
     const Luminances luminances = luminances_of(clip.static_metadata);
     content.fallback = default_record(luminances.mastering_peak, luminances.max_cll);

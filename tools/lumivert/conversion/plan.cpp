@@ -54,16 +54,8 @@ Luminances choose_luminances(const Request& request, const StaticMetadata& clip)
 
 } // namespace
 
-void check_size(const std::string& name, const ClipInfo& clip) {
-    const std::string size = name + ": " + std::to_string(clip.width) + "x" + std::to_string(clip.height);
-    if (clip.width % 2 != 0 || clip.height % 2 != 0) throw Error(size + ": odd sizes cannot be converted");
-    if (std::max(clip.width, clip.height) > kLargestSide)
-        throw Error(size + ": sides are at most " + std::to_string(kLargestSide));
-}
-
 Plan make_plan(const Request& request, FrameSource& source) {
     const ClipInfo& clip = source.info();
-    check_size(request.input, clip);
     Plan plan;
     plan.entry = request.entry == "pool" ? Entry::kPool : Entry::kRetained;
     plan.writer = &find_writer(request.writer, request.output);

@@ -27,9 +27,6 @@ struct Plan {
     RecordsByFrame list; ///< of --metadata FILE
 };
 
-/// Throws if the converter does not take pictures of the clip's size.
-void check_size(const std::string& name, const ClipInfo& clip);
-
 /// Throws if the clip cannot be converted as requested.
 Plan make_plan(const Request& request, FrameSource& source);
 

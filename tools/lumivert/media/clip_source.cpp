@@ -11,7 +11,7 @@ namespace {
 
 class ClipSource : public FrameSource {
 public:
-    ClipSource(const std::string& path, bool as_pq) : reader_(path, std::nullopt, true) {
+    ClipSource(const std::string& path, bool as_pq, bool keep_others) : reader_(path, std::nullopt, keep_others) {
         const ClipInfo& clip = reader_.info();
         const auto refuse = [&](const std::string& why) {
             throw Error(reader_.path() + ": not an HDR10 clip: " + why + "; --as-pq converts it as if it were PQ");
@@ -42,7 +42,9 @@ public:
 
     bool skip(const Geometry&, SourceFrame& out) override {
         ClipFrame clip;
-        return advance(clip, out);
+        if (!advance(clip, out)) return false;
+        if (info().others) info().others->drop_before(av_rescale_q(clip.pts, info().time_base, kMicroseconds));
+        return true;
     }
 
     double time_of_next() override { return reader_.time_of_next(); }
@@ -62,8 +64,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<FrameSource> open_clip(const std::string& path, bool as_pq) {
-    return std::make_unique<ClipSource>(path, as_pq);
+std::unique_ptr<FrameSource> open_clip(const std::string& path, bool as_pq, bool keep_others) {
+    return std::make_unique<ClipSource>(path, as_pq, keep_others);
 }
 
 } // namespace lumivert::tool

@@ -52,6 +52,20 @@ std::deque<PacketPtr> OtherTracks::take() {
     return std::exchange(packets_, {});
 }
 
+std::optional<int64_t> OtherTracks::time_of(const AVPacket& packet) const {
+    const AVStream& from = *demuxer_.streams[packet.stream_index];
+    const int64_t pts = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
+    const bool cover = (from.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+    if (pts == AV_NOPTS_VALUE || cover) return std::nullopt;
+    return av_rescale_q(pts, from.time_base, kMicroseconds);
+}
+
+void OtherTracks::drop_before(int64_t time) {
+    std::lock_guard lock(mutex_);
+    const auto is_before = [&](const PacketPtr& packet) { return time_of(*packet).value_or(time) < time; };
+    packets_.erase(std::remove_if(packets_.begin(), packets_.end(), is_before), packets_.end());
+}
+
 void OtherTracks::drop() {
     std::lock_guard lock(mutex_);
     packets_.clear();
@@ -146,11 +160,8 @@ void TrackCopier::write_until(int64_t time) {
     waiting_.insert(waiting_.end(), std::make_move_iterator(read.begin()), std::make_move_iterator(read.end()));
     std::deque<PacketPtr> later;
     for (PacketPtr& packet : waiting_) {
-        const AVStream& from = *tracks_->demuxer().streams[packet->stream_index];
-        const int64_t pts = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
-        const bool cover = (from.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
-        const int64_t at = pts == AV_NOPTS_VALUE || cover ? start_ : av_rescale_q(pts, from.time_base, kMicroseconds);
-        if (copies_[from.index] == nullptr || (cut_ && at < start_)) continue;
+        const int64_t at = tracks_->time_of(*packet).value_or(start_);
+        if (copies_[packet->stream_index] == nullptr || (cut_ && at < start_)) continue;
         if (at > time)
             later.push_back(std::move(packet));
         else

@@ -5,6 +5,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,10 @@ public:
     /// Keeps a packet until it is taken.
     void add(PacketPtr packet);
     std::deque<PacketPtr> take();
+    /// For a result that begins later: drops what was kept of the time before `time`, in units of AV_TIME_BASE.
+    void drop_before(int64_t time);
+    /// When a packet is presented, in units of AV_TIME_BASE; nothing for what belongs to the whole clip.
+    std::optional<int64_t> time_of(const AVPacket& packet) const;
     /// For results without other tracks: drops the packets kept so far and all further ones.
     void drop();
 

@@ -23,7 +23,8 @@ public:
     virtual const ClipInfo& info() const = 0;
     /// Fills the picture part of `p010` with the next frame; false at the end.
     virtual bool read(const Planes& p010, const Geometry& geometry, SourceFrame& out) = 0;
-    /// Passes over the next frame; false at the end. `out` gets what is known of it.
+    /// Passes over the next frame, and what other tracks hold before it; false at the end. `out` gets what is known of
+    /// the frame.
     virtual bool skip(const Geometry& geometry, SourceFrame& out) = 0;
     /// When the next frame is shown, in seconds after the clip's start. At the end any later time.
     virtual double time_of_next() = 0;
@@ -39,7 +40,8 @@ public:
 /// frames is refused before the first one.
 std::unique_ptr<FrameSource> open_raw(const std::string& path, int width, int height, AVRational frame_rate);
 
-/// Frames of any clip, brought to P010. `as_pq` accepts clips that are not tagged PQ or have 8 bits.
-std::unique_ptr<FrameSource> open_clip(const std::string& path, bool as_pq);
+/// Frames of any clip, brought to P010. `as_pq` accepts clips that are not tagged PQ or have 8 bits. `keep_others`
+/// keeps the packets of other tracks for a muxer, which must take or drop them.
+std::unique_ptr<FrameSource> open_clip(const std::string& path, bool as_pq, bool keep_others);
 
 } // namespace lumivert::tool
