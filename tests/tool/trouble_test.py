@@ -27,6 +27,8 @@ class BadInput(ToolTest):
         clip("8bit.hevc", "64x64", pixels="yuv420p")
         write("mixed.hevc", read("both.hevc") + read("8bit.hevc"))
         write("both.hevc", read("both.hevc") + read("wider.hevc"))
+        ffmpeg("-f", "lavfi", "-i", "testsrc=s=65x33:d=0.1", "-pix_fmt", "yuv420p10le", "-c:v", "ffv1", "-color_trc",
+               "smpte2084", "odd.mkv")
         before = os.listdir()
         raw = ("--size", "64x64")
         for source, options, message in (
@@ -65,6 +67,11 @@ class BadInput(ToolTest):
         self.assertIn("--preset: nosuch not in",
                       self.convert(DEMO, "out.mp4", "--preset", "nosuch", status=FAILED))
         self.assertIn("no command convrt", self.lumivert("convrt", status=FAILED)[1])
+        for arguments in (("convert", "odd.mkv", "-o", "out.mp4"), ("measure", "odd.mkv"),
+                          ("compare", "odd.mkv", "--modes", "static,none"), ("curve", "odd.mkv", "-o", "out.cube"),
+                          ("report", "odd.mkv", "-o", "out.html")):
+            self.assertIn("odd.mkv: 65x33: odd sizes cannot be converted", self.lumivert(*arguments, status=FAILED)[1])
+        self.assertIn("convert: in.p010/out/: ", self.convert(DEMO, "in.p010/out/", status=FAILED))
         self.assertOnlyFiles(*before)
 
     def test_what_people_type_first(self):
@@ -99,6 +106,25 @@ class BadInput(ToolTest):
         for name, status in (("whole.hevc", DONE), ("cut.hevc", DIFFERENT)):
             warnings = json.loads(self.lumivert("probe", name, "--json", status=status)[0])["warnings"]
             self.assertEqual(["cut off" in line for line in warnings], [True] if status == DIFFERENT else [])
+
+    def test_damage_is_told_of_the_clip_that_has_it(self):
+        ffmpeg("-i", DEMO, "-frames:v", "20", "-c", "copy", "good.hevc")
+        stream = bytearray(read("good.hevc"))
+        garbage = lambda count: bytes((7 * k + 3) % 256 for k in range(count))
+        middle = 2 * len(stream) // 3
+        stream[middle:middle + 200] = garbage(200)  # a picture is lost, which the next one refers to
+        write("hit.hevc", stream)
+        text = self.lumivert("compare", "good.hevc", "hit.hevc", "--json", status=DIFFERENT)[0]
+        damaged = [line.split(":")[0] for line in json.loads(text)["warnings"] if "damaged" in line]
+        self.assertEqual(damaged, ["hit.hevc"])
+        ffmpeg("-i", "good.hevc", "-c", "copy", "good.mp4")
+        data = bytearray(read("good.mp4"))
+        start = data.index(b"mdat")
+        end = start - 4 + int.from_bytes(data[start - 4:start], "big")
+        data[start + 4:end] = garbage(end - start - 4)
+        write("lost.mp4", data)
+        lines = self.convert("lost.mp4", "out/", "good.mp4", status=FAILED)
+        self.assertRegex(lines, r"lost.mp4: no frame in it can be decoded\nlumivert: convert: good.mp4: 20 frames: .*\n$")
 
 
 class Outputs(ToolTest):
@@ -272,6 +298,8 @@ class ProgramCache(ToolTest):
         self.assertEqual(len({read(f"out{i}.p010") for i in range(3)}), 1)
 
     def test_a_folder_that_cannot_be_written(self):
+        nowhere = {name: value for name, value in os.environ.items() if name not in ("HOME", "XDG_CACHE_HOME")}
+        self.assertIn("the cache folder cannot be written", self.lumivert("devices", "-v", env=nowhere)[1])
         write("cache", b"a file where the folder should be")
         self.lumivert(*self.arguments)
         # The folder that takes its place outlives a killed run, but not the next one.

@@ -8,6 +8,7 @@
 #include "conversion/clip_conversion.h"
 #include "error.h"
 #include "io/output_file.h"
+#include "media/ffmpeg.h"
 #include "report.h"
 
 namespace lumivert::tool {
@@ -58,7 +59,11 @@ std::vector<Request> requests_of(const Options& options) {
         refuse_same_file(request.output, read);
         requests.push_back(std::move(request));
     }
-    if (folder) fs::create_directories(output);
+    if (folder) {
+        std::error_code error;
+        fs::create_directories(output, error);
+        if (error) throw Error(output + ": " + error.message());
+    }
     return requests;
 }
 
@@ -83,8 +88,9 @@ public:
     }
 
 private:
-    /// False where the clip failed, which ends the tool unless others wait.
+    /// False where the clip failed; throws where it is the only one and no document would say so.
     bool convert(const Request& request, nlohmann::ordered_json& entry) {
+        take_other_ffmpeg_errors(); // of a clip that failed before
         try {
             if (is_kept(request.output)) {
                 entry["kept"] = true;
@@ -92,6 +98,8 @@ private:
             }
             const auto source = open_source(request.input, options_.size, options_.rate, options_.as_pq, true);
             const Outcome outcome = convert_clip(request, *source, environment_, options_.device);
+            if (const std::string errors = take_other_ffmpeg_errors(); !errors.empty())
+                warn(request.output + ": " + errors);
             report(request, outcome);
             entry.update(to_json(outcome));
             return true;

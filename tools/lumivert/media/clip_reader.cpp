@@ -105,6 +105,7 @@ ClipReader::ClipReader(const std::string& path, const std::optional<RawLayout>& 
         describe(*raw_);
         return;
     }
+    const ErrorsGoTo own(errors_);
     AVFormatContext* opened = nullptr;
     check(avformat_open_input(&opened, path == "-" ? "pipe:0" : ("file:" + path).c_str(), nullptr, nullptr), path_);
     demuxer_.reset(opened);
@@ -117,6 +118,7 @@ ClipReader::ClipReader(const std::string& path, const std::optional<RawLayout>& 
     const AVStream& stream = *demuxer_->streams[stream_];
     check(avcodec_parameters_to_context(decoder_.get(), stream.codecpar), path_);
     decoder_->thread_count = 0;
+    decoder_->opaque = &errors_;
     decoder_->pkt_timebase = stream.time_base;
     check(avcodec_open2(decoder_.get(), codec, nullptr), path_);
     if (keep_others) info_.others = std::make_shared<OtherTracks>(*demuxer_, stream_);
@@ -189,7 +191,7 @@ FramePtr ClipReader::read_raw() {
 
 void ClipReader::note_damage() {
     ++damaged_;
-    errors_seen_ = ffmpeg_error_count();
+    errors_seen_ = errors_.count();
     if (damaged_near_.empty() || damaged_near_.back() != decoded_) damaged_near_.push_back(decoded_);
 }
 
@@ -210,7 +212,8 @@ PacketPtr ClipReader::read_packet() {
 
 bool ClipReader::is_cut_off(const AVPacket& last) const {
     if (decoder_->codec_id != AV_CODEC_ID_HEVC) return false;
-    const QuietFfmpeg quiet; // the frames that this one builds on are missing here, which is no news
+    FfmpegErrors no_news; // the frames that this one builds on are missing here
+    const ErrorsGoTo nowhere(no_news);
     const CodecPtr strict(avcodec_alloc_context3(decoder_->codec));
     check(avcodec_parameters_to_context(strict.get(), demuxer_->streams[stream_]->codecpar), path_);
     strict->err_recognition = AV_EF_EXPLODE;
@@ -233,13 +236,14 @@ void ClipReader::feed_decoder() {
 
 FramePtr ClipReader::decode() {
     if (raw_) return read_raw();
+    const ErrorsGoTo own(errors_);
     FramePtr frame(av_frame_alloc());
     while (true) {
         const int result = avcodec_receive_frame(decoder_.get(), frame.get());
         if (result == 0) {
             if ((frame->flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame->decode_error_flags != 0) note_damage();
             // Errors that the decoder conceals are only logged, up to a few frames early: it works ahead in threads.
-            if (const long errors = ffmpeg_error_count(); errors != errors_seen_) {
+            if (const long errors = errors_.count(); errors != errors_seen_) {
                 errors_seen_ = errors;
                 if (damaged_near_.empty() || damaged_near_.back() != decoded_) damaged_near_.push_back(decoded_);
             }
@@ -258,7 +262,7 @@ FramePtr ClipReader::decode() {
 
 void ClipReader::report() const {
     if (loses_records()) warn(path_ + kLosesRecords);
-    const std::string reason = take_ffmpeg_errors();
+    const std::string reason = errors_.text();
     if (damaged_ == 0 && reason.empty()) return;
     std::string line = path_ + ": damaged or cut off";
     if (damaged_ > 0) line += ": " + counted(damaged_, "bad frame");

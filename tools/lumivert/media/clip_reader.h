@@ -17,7 +17,7 @@ struct StaticMetadata {
     double mastering_peak = 0, mastering_black = 0;
     unsigned max_cll = 0, max_fall = 0;
     bool has_mastering = false, has_content_light = false;
-    std::string mastering_primaries; ///< the set's name, or coordinates of red, green, blue and white; empty: none
+    std::string mastering_primaries; ///< the set's name, or coordinates of red, green and blue; empty: none
 };
 
 /// A track beside the picture.
@@ -95,6 +95,7 @@ private:
 
     std::string path_;
     std::unique_ptr<RawReader> raw_; ///< takes the place of demuxer and decoder
+    FfmpegErrors errors_;            ///< outlives what logs there
     DemuxerPtr demuxer_;
     CodecPtr decoder_;
     int stream_ = -1;

@@ -1,6 +1,5 @@
 #include "media/ffmpeg.h"
 
-#include <mutex>
 #include <utility>
 
 #include "error.h"
@@ -10,10 +9,15 @@
 namespace lumivert::tool {
 namespace {
 
-std::mutex mutex;
-std::string first_error;
-long error_count = 0, errors_taken = 0;
-thread_local bool quiet = false;
+FfmpegErrors others;
+thread_local FfmpegErrors* current = &others;
+
+/// Where a line about `context` counts.
+FfmpegErrors& errors_about(void* context) {
+    const bool is_codec = context != nullptr && *static_cast<const AVClass**>(context) == avcodec_get_class();
+    void* const own = is_codec ? static_cast<AVCodecContext*>(context)->opaque : nullptr;
+    return own != nullptr ? *static_cast<FfmpegErrors*>(own) : *current;
+}
 
 void on_log(void* context, int level, const char* format, va_list arguments) {
     if (level > (verbose ? AV_LOG_INFO : AV_LOG_ERROR)) return;
@@ -27,9 +31,8 @@ void on_log(void* context, int level, const char* format, va_list arguments) {
     while (!line.empty() && line.back() == '\n')
         line.pop_back();
     detail("FFmpeg: " + line);
-    if (level > AV_LOG_ERROR || line.empty() || quiet) return;
-    std::lock_guard lock(mutex);
-    if (error_count++ == 0) first_error = line;
+    if (level > AV_LOG_ERROR || line.empty()) return;
+    errors_about(context).add(line);
 }
 
 } // namespace
@@ -38,19 +41,42 @@ void collect_ffmpeg_log() {
     av_log_set_callback(on_log);
 }
 
-QuietFfmpeg::QuietFfmpeg() {
-    quiet = true;
-}
-QuietFfmpeg::~QuietFfmpeg() {
-    quiet = false;
+void FfmpegErrors::add(const std::string& line) {
+    std::lock_guard lock(mutex_);
+    if (count_++ == 0) first_ = line;
 }
 
-std::string take_ffmpeg_errors() {
-    std::lock_guard lock(mutex);
-    const long count = std::exchange(error_count, 0);
-    errors_taken += count;
-    const std::string first = std::exchange(first_error, "");
-    return count == 0 ? "" : "FFmpeg reported " + counted(count, "error") + ", the first: " + first;
+long FfmpegErrors::count() const {
+    std::lock_guard lock(mutex_);
+    return count_;
+}
+
+std::string FfmpegErrors::first() const {
+    std::lock_guard lock(mutex_);
+    return first_;
+}
+
+std::string FfmpegErrors::text() const {
+    std::lock_guard lock(mutex_);
+    return count_ == 0 ? "" : "FFmpeg reported " + counted(count_, "error") + ", the first: " + first_;
+}
+
+void FfmpegErrors::clear() {
+    std::lock_guard lock(mutex_);
+    count_ = 0;
+    first_.clear();
+}
+
+ErrorsGoTo::ErrorsGoTo(FfmpegErrors& errors) : before_(std::exchange(current, &errors)) {}
+
+ErrorsGoTo::~ErrorsGoTo() {
+    current = before_;
+}
+
+std::string take_other_ffmpeg_errors() {
+    std::string text = others.text();
+    others.clear();
+    return text;
 }
 
 #if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(60, 31, 100) // 6.1
@@ -75,18 +101,13 @@ uint8_t* add_side_data(AVStream& stream, AVPacketSideDataType type, size_t bytes
 }
 #endif
 
-long ffmpeg_error_count() {
-    const std::lock_guard lock(mutex);
-    return errors_taken + error_count;
-}
-
 int check(int result, const std::string& path) {
     if (result >= 0) return result;
     if (result == AVERROR(EAGAIN)) throw Error(path + ": FFmpeg cannot start its threads" + limits_note());
     char reason[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(result, reason, sizeof reason);
-    std::lock_guard lock(mutex);
-    throw Error(path + ": " + reason + (first_error.empty() ? "" : " (" + first_error + ")"));
+    const std::string logged = current->first();
+    throw Error(path + ": " + reason + (logged.empty() ? "" : " (" + logged + ")"));
 }
 
 FramePtr new_frame(AVPixelFormat format, int width, int height) {

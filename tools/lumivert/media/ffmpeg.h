@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 
 extern "C" {
@@ -37,24 +38,42 @@ using ScalerPtr = std::unique_ptr<SwsContext, FreeScaler>;
 /// Collects FFmpeg's error lines instead of printing them (--verbose prints all).
 void collect_ffmpeg_log();
 
-/// While it lives, errors that FFmpeg logs in this thread do not count.
-struct QuietFfmpeg {
-    QuietFfmpeg();
-    ~QuietFfmpeg();
-    QuietFfmpeg(const QuietFfmpeg&) = delete;
-    QuietFfmpeg& operator=(const QuietFfmpeg&) = delete;
+/// Errors that FFmpeg logged about one thing. A decoder logs in threads of its own too: theirs come here where the
+/// `opaque` of the AVCodecContext points here.
+class FfmpegErrors {
+public:
+    void add(const std::string& line);
+    long count() const;
+    std::string first() const;
+    /// "FFmpeg reported 3 errors, the first: ..."; empty when there were none.
+    std::string text() const;
+    void clear();
+
+private:
+    mutable std::mutex mutex_;
+    std::string first_;
+    long count_ = 0;
 };
 
-/// "3 errors, the first: ..." since the last call; empty when there were none.
-std::string take_ffmpeg_errors();
+/// While it lives, what this thread makes FFmpeg log comes to `errors`.
+class ErrorsGoTo {
+public:
+    explicit ErrorsGoTo(FfmpegErrors& errors);
+    ~ErrorsGoTo();
+    ErrorsGoTo(const ErrorsGoTo&) = delete;
+    ErrorsGoTo& operator=(const ErrorsGoTo&) = delete;
+
+private:
+    FfmpegErrors* const before_;
+};
+
+/// Takes the errors that went nowhere else.
+std::string take_other_ffmpeg_errors();
 
 /// The whole stream's side data of a type, null if there is none; and a new block of it to fill. FFmpeg 6.1 moved it
 /// from the stream to the codec parameters.
 const uint8_t* side_data_of(const AVStream& stream, AVPacketSideDataType type);
 uint8_t* add_side_data(AVStream& stream, AVPacketSideDataType type, size_t bytes);
-
-/// How many errors there were since the start, whether taken or not.
-long ffmpeg_error_count();
 
 /// Throws "PATH: reason (what FFmpeg logged)" for a negative result; else gives it back.
 int check(int result, const std::string& path);
