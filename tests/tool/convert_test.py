@@ -199,9 +199,12 @@ class Outputs(ToolTest):
             self.assertEqual((stream["width"], stream["height"]), (360, 640), name)
 
     def test_records_that_begin_after_the_look_ahead(self):
-        clip_with_records("in.hevc", 17 * [None] + 2 * [record(1000)])
-        lines = self.convert("in.hevc", "out.p010", status=DIFFERENT)
-        self.assertRegex(lines, r"frame 17\b.*--mode hdr10plus")
+        clip_with_records("in.hevc", 17 * [None] + 3 * [record(1000)])
+        for options in ((), ("--frames", "19")):
+            lines = self.convert("in.hevc", "out.p010", *options, status=DIFFERENT)
+            self.assertRegex(lines, r"frame 17\b.*--mode hdr10plus")
+        lines = self.convert("in.hevc", "out.nv12", "--mode", "hdr10plus", "--frames", "0-3", status=DIFFERENT)
+        self.assertIn("there is no HDR10+ metadata in in.hevc up to where this part ends\n", lines)
         text, _ = self.lumivert("probe", "in.hevc", status=DIFFERENT)
         self.assertRegex(text.decode(), r"warning +HDR10\+ metadata begins with frame 17\b")
 

@@ -18,8 +18,8 @@ struct Outcome {
     std::string left_out; ///< of the clip: what the output does not hold
 };
 
-/// `environment` is made when the first clip needs an OpenCL device, `device` its choice. Warns about what the user may
-/// not expect of the result.
+/// `environment` is made, on the device that `device` names, when the first clip needs one. Warns about what the user
+/// may not expect of the result.
 Outcome convert_clip(const Request& request, FrameSource& source, std::optional<Environment>& environment,
                      const std::string& device);
 

@@ -24,7 +24,7 @@ std::vector<Oddity> odd_colours(const ClipInfo& clip);
 /// are converted by the fixed table, otherwise by the default record.
 std::optional<Oddity> odd_peak(double peak, bool fixed);
 
-/// The first frame with a record (-1: none) of a clip, where mode auto looks no further than before it.
+/// HDR10+ that begins at frame `first` (-1: none), after the frames that mode auto looks at.
 std::optional<Oddity> late_records(int64_t first);
 
 /// Frames that use the default record, none of them above `brightest` cd/m2.

@@ -27,8 +27,8 @@ void warn_about_records(const Request& request, const Plan& plan, const Tally& t
     if (plan.mode != Mode::kHdr10plus) return;
     const auto [own, previous, none] = tally.by_origin;
     if (plan.list.empty()) {
-        if (request.metadata != "none" && own + previous == 0 && !loses_records)
-            warn("there is no HDR10+ metadata in " + name);
+        if (request.metadata != "none" && tally.first_record < 0 && !loses_records)
+            warn("there is no HDR10+ metadata in " + name + (tally.to_the_end ? "" : " up to where this part ends"));
         for (const std::string& line : tally.oddities.lines())
             warn(name + ": " + line);
         return;

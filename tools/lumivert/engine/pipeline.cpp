@@ -102,28 +102,34 @@ private:
         while ((place = place_of_next()) != Place::kAfter) {
             if (place == Place::kBefore) {
                 if (!source_.skip(geometry_, frame)) break;
-                track.advance(tally_.seen++, frame.record);
+                follow(track, frame);
                 continue;
             }
             auto slot = free_.pop();
             if (!slot) return;
             Slot& s = **slot;
             if (!source_.read(*s.in, geometry_, s.frame)) break;
-            s.origin = track.advance(tally_.seen, s.frame.record);
+            s.origin = follow(track, s.frame);
             s.record = track.current();
             note(s);
-            ++tally_.seen;
             if (!loaded_.push(std::move(*slot))) return;
         }
         tally_.to_the_end = place != Place::kAfter;
         loaded_.close();
     }
 
-    /// What the user is told about the frames afterwards.
+    /// Counts a frame, of the part or before it.
+    RecordOrigin follow(RecordTrack& track, const SourceFrame& frame) {
+        const RecordOrigin origin = track.advance(tally_.seen, frame.record);
+        if (origin == RecordOrigin::kOwn && tally_.first_record < 0) tally_.first_record = tally_.seen;
+        ++tally_.seen;
+        return origin;
+    }
+
+    /// What the user is told about the frames of the part afterwards.
     void note(const Slot& s) {
         if (s.origin == RecordOrigin::kOwn) {
-            if (tally_.first_record < 0) tally_.first_record = tally_.seen;
-            tally_.oddities.add(tally_.seen, *s.record);
+            tally_.oddities.add(s.frame.number, *s.record);
         } else if (s.origin == RecordOrigin::kNone) {
             tally_.brightest_by_default = std::max(tally_.brightest_by_default, brightest_luma(*s.in, geometry_));
         }

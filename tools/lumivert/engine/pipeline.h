@@ -45,7 +45,7 @@ struct Treatment {
 struct Tally {
     int64_t seen = 0;                      ///< frames of the input, up to the last one read
     bool to_the_end = false;               ///< whether that was the input's last
-    int64_t first_record = -1;             ///< the first frame with a record
+    int64_t first_record = -1;             ///< the first frame with a record, in the part or before it
     RecordOddities oddities;               ///< of the records in the part
     std::array<int64_t, 3> by_origin = {}; ///< converted frames by RecordOrigin
     int brightest_by_default = -1;     ///< highest 10-bit luma code, sampled, of frames that used the default record
