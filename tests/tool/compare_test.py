@@ -48,6 +48,9 @@ class Compare(ToolTest):
         found = self.compared("a.nv12", "b.nv12", "--size", "16x16", "--tolerance", "3")
         self.assertEqual((found["a"], found["b"], found["tolerance"], found["warnings"]),
                          ("a.nv12", "b.nv12", 3, ["a.nv12 has 2 frames, b.nv12 3"]))
+        same = self.lumivert("compare", "a.nv12", "a.nv12", "--size", "16x16", "-o", "d.png", "--worst", "2")[0].decode()
+        self.assertIn("no frame differs\n  d.png is not drawn\n", same)
+        self.assertOnlyFiles("a.nv12", "b.nv12")
 
     def test_depths_and_files_of_other_kinds_are_brought_to_one_form(self):
         codes = lambda x, y: (4 * (20 + x), 4 * (90 + y), 4 * (100 + x))
@@ -78,7 +81,8 @@ class Compare(ToolTest):
             weights = ((1688, 2146, 262), (683, 2951, 462), (99, 309, 3688))
             l, m, s = (make_clip_pq(10000 * sum(w * v for w, v in zip(row, rgb)) / 4096) for row in weights)
             return (l + m) / 2, (6610 * l - 13613 * m + 7003 * s) / 8192, (17933 * l - 17390 * m - 543 * s) / 4096
-        for one, other in (((400, 512, 512), (404, 512, 512)), (COLOURED[0], COLOURED[1]), (COLOURED[2], COLOURED[7])):
+        for one, other in (((400, 512, 512), (404, 512, 512)), ((64, 512, 512), (68, 512, 512)),
+                           (COLOURED[0], COLOURED[1]), (COLOURED[2], COLOURED[7])):
             write("a.p010", p010(32, 32, lambda x, y: one))
             write("b.p010", p010(32, 32, lambda x, y: other))
             found = self.compared("a.p010", "b.p010", "--size", "32x32", "--untagged", "pq")["delta_e_itp"]

@@ -98,7 +98,8 @@ std::unique_ptr<Pairs> open_pairs(const Options& options) {
 }
 
 void keep_if_worst(Result& result, size_t most, FramePtr& a, FramePtr& b, double mean) {
-    if (most == 0 || (result.worst.size() == most && result.worst.back().mean >= mean)) return;
+    if (most == 0 || result.codes.current.largest == 0) return;
+    if (result.worst.size() == most && result.worst.back().mean >= mean) return;
     if (result.worst.size() == most) result.worst.pop_back();
     const auto place =
         std::find_if(result.worst.begin(), result.worst.end(), [mean](const Kept& kept) { return kept.mean < mean; });
@@ -196,7 +197,9 @@ void print_text(const Result& result, const Kind (&kinds)[2], const Form& form, 
         std::cout << "  no frame differs" << beyond << '\n';
     else
         std::cout << "  first frame that differs" << beyond << ": " << result.codes.first_differing << '\n';
-    if (!options.picture.empty() && result.codes.worst.frame >= 0)
+    if (!options.picture.empty() && result.codes.worst.frame < 0)
+        std::cout << "  " << options.picture << " is not drawn\n";
+    else if (!options.picture.empty())
         std::cout << "  " << options.picture << " shows frame " << result.codes.worst.frame
                   << "; its largest difference is " << result.codes.worst.largest << '\n';
 }
@@ -319,11 +322,10 @@ int run(const Options& options) {
 
     Result result = compare(*pairs, kinds, form, options);
     pairs->report();
-    if (result.counts[0] != result.counts[1]) {
-        result.warnings.push_back(kinds[0].name + " has " + counted(result.counts[0], "frame") + ", " + kinds[1].name +
-                                  " " + std::to_string(result.counts[1]));
-        warn(result.warnings.back());
-    }
+    if (result.counts[0] != result.counts[1])
+        warn(kinds[0].name + " has " + counted(result.counts[0], "frame") + ", " + kinds[1].name + " " +
+             std::to_string(result.counts[1]));
+    result.warnings = take_warnings();
     if (!options.picture.empty() && result.codes.worst.frame >= 0)
         draw_difference(options.picture, "A: " + kinds[0].name + ", B: " + kinds[1].name, result.codes.worst);
     draw_worst(result, kinds, form, options);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <exception>
 #include <thread>
 
 extern "C" {
@@ -12,6 +13,7 @@ extern "C" {
 #include "frames/rgb_rows.h"
 #include "hdr10plus/pixel_chain.h"
 #include "hdr10plus/tone_curve.h"
+#include "io/thread.h"
 
 namespace lumivert::tool {
 namespace {
@@ -50,8 +52,8 @@ public:
     }
 
 private:
-    static constexpr int kDropped = 23 - 8; // mantissa bits left for interpolation
-    static constexpr float kLowest = 1.0F / (1 << 20);
+    static constexpr int kDropped = 23 - 8;    // mantissa bits left for interpolation
+    static constexpr float kLowest = 0x1p-40F; // its signal is 1e-6 above that of 0
 
     static uint32_t bits(float value) {
         uint32_t pattern = 0;
@@ -104,11 +106,17 @@ template <typename Work>
 void in_bands(int rows, Work work) {
     const int bands = std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, std::max(rows / 16, 1));
     std::vector<std::thread> threads;
-    for (int band = 1; band < bands; ++band)
-        threads.emplace_back([&, band] { work(rows * band / bands, rows * (band + 1) / bands, band); });
-    work(0, rows / bands, 0);
+    std::exception_ptr error;
+    try {
+        for (int band = 1; band < bands; ++band)
+            threads.push_back(start_thread([&, band] { work(rows * band / bands, rows * (band + 1) / bands, band); }));
+        work(0, rows / bands, 0);
+    } catch (...) {
+        error = std::current_exception();
+    }
     for (std::thread& thread : threads)
         thread.join();
+    if (error) std::rethrow_exception(error);
 }
 
 int band_count() {

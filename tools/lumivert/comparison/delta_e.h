@@ -15,10 +15,10 @@ enum class Encoding {
     kSdr, ///< BT.709 on the converter's display: 250 cd/m2, a power of 1/0.45
 };
 
-/// Light on the display, in cd/m2, of BT.2020 components: signals from 0 to 1 are looked up.
+/// Rows of a picture as light on the display: BT.2020 components in cd/m2.
 class LightRows {
 public:
-    /// `frame` is planar, Y'CbCr or RGB, of 8 to 16 bits.
+    /// `frame` is Y'CbCr, grey or RGB of 8 to 16 bits, little endian.
     LightRows(const AVFrame& frame, Encoding encoding);
     ~LightRows();
     void read(int y);
@@ -45,7 +45,7 @@ private:
     static constexpr float kBinsPerUnit = 50;
     static constexpr size_t kBins = 60000;
 
-    std::vector<uint32_t> histogram_;
+    std::vector<uint64_t> histogram_; // 32 bits would not count the pixels of a long clip
     double sum_ = 0, largest_ = 0;
     int64_t count_ = 0;
 };

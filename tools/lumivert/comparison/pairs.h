@@ -52,7 +52,8 @@ struct Form {
     std::string text;
 };
 
-/// Decides it, and settles what is not tagged: samples of 8 bits are SDR, others are what the other side is.
+/// Decides it, and settles what is not tagged: samples of 8 bits and RGB are SDR, others are what the other
+/// side is.
 Form common_form(Kind& a, Kind& b);
 
 /// Brings a side's frames to the form, a new frame each.
