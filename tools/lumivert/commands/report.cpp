@@ -62,6 +62,7 @@ int run(const Options& options) {
     ReportContent content;
     content.path = options.input;
     content.size = options.size;
+    content.as_pq = options.as_pq;
     content.most_bytes = static_cast<size_t>(options.max_size * 1e6);
     const auto source = open_source(options.input, options.size, 25, options.as_pq);
     const ClipInfo& clip = content.clip = source->info();
@@ -75,7 +76,8 @@ int run(const Options& options) {
     content.disagreements = find_disagreements(content.light, clip.static_metadata);
     content.advice = advice_for(clip, content.light, content.disagreements, content.fixed_table);
     content.scenes = find_scenes(content.light, av_q2d(clip.frame_rate));
-    content.jumps = find_jumps(content.scenes, curve_outputs(content.light, content.fallback));
+    content.outputs = curve_outputs(content.light, content.fallback);
+    content.jumps = find_jumps(content.scenes, content.outputs);
     const auto again = open_source(options.input, options.size, 25, options.as_pq);
     content.stills = make_stills(*again, choose_stills(content, static_cast<size_t>(options.stills)), options.width,
                                  content.fixed_table ? Mode::kStaticTable : Mode::kHdr10plus, luminances, environment,

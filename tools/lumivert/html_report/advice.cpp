@@ -17,8 +17,8 @@ std::string what_to_do_about(const Disagreement& d) {
     if (d.rule == "average" || d.rule == "distribution")
         return "The curve was made for other light than this. The records may belong to another grade or another cut: "
                "extract them with 'lumivert metadata', correct them and convert with --metadata.";
-    return "Displays that trust the value dim or clip. Write the measured value into the stream; 'lumivert convert' "
-           "takes it with --max-cll.";
+    return std::string("Displays that trust the value dim or clip. Write the measured value into the stream") +
+           (d.rule == "MaxCLL" ? "; 'lumivert convert' takes it with --max-cll." : ".");
 }
 
 std::string sentence(std::string text) {

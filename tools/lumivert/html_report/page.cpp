@@ -95,8 +95,6 @@ public:
     }
 
 private:
-    const ToneCurve& curve(size_t frame) const { return curves_[curve_of_[frame]]; }
-
     std::string beginning() const {
         std::string html = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
                            "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
@@ -246,8 +244,8 @@ private:
         std::vector<Series> outputs;
         for (size_t i = 0; i < kProbeCount; ++i) {
             Series series = {"p" + std::to_string(i), luminance_text(kProbes[i]) + " cd/m\u00b2 in", false, {}};
-            for (size_t frame = 0; frame < frames.size(); ++frame)
-                series.values.push_back(curve(frame).output(kProbes[i]));
+            for (const Outputs& of_frame : c_.outputs)
+                series.values.push_back(of_frame[i]);
             outputs.push_back(std::move(series));
         }
         const std::string last = std::to_string(frames.size() - 1);
@@ -294,20 +292,21 @@ private:
     }
 
     std::string commands() const {
-        const std::string clip = shell_quoted(c_.path) + (c_.size.empty() ? "" : " --size " + c_.size);
+        const std::string clip = shell_quoted(c_.path);
+        const std::string pq = clip + (c_.size.empty() ? "" : " --size " + c_.size) + (c_.as_pq ? " --as-pq" : "");
         const int64_t frame = c_.stills.empty() ? 0 : c_.stills.front().frame;
         const std::string at = std::to_string(frame);
-        std::string text = "# the charts of light, and every number in them\nlumivert measure " + clip +
-                           " -o light.png\nlumivert measure " + clip + " --csv > light.csv\n";
+        std::string text = "# the charts of light, and every number in them\nlumivert measure " + pq +
+                           " -o light.png\nlumivert measure " + pq + " --csv > light.csv\n";
         text += "# the stills; " + at + " is the first one's frame, take another's for the others\n";
-        text += "lumivert convert " + clip + " --frames " + at + " --mode none -o source.png\n";
-        text += "lumivert convert " + clip + " --frames " + at + " --mode auto --as png -o sdr.png\n";
-        text += "lumivert convert " + clip + " --frames " + at + " --mode hdr10plus --metadata none -o default.png\n";
+        text += "lumivert convert " + pq + " --frames " + at + " --mode none -o source.png\n";
+        text += "lumivert convert " + pq + " --frames " + at + " --mode auto -o sdr.png\n";
+        text += "lumivert convert " + pq + " --frames " + at + " --mode hdr10plus --metadata none -o default.png\n";
         text += c_.fixed_table ? "# the fixed table over the light of a frame\n" : "# tone curves, and the records\n";
         text += "lumivert curve " + clip + " --frame " + at + " -o curve.png\n";
         if (!c_.fixed_table)
             text += "lumivert curve " + clip + " --all -o curves.png\nlumivert metadata " + clip + " -o records.json\n";
-        text += "# this page\nlumivert report " + clip + " -o report.html\n";
+        text += "# this page\nlumivert report " + pq + " -o report.html\n";
         return "<h2>How to make these pictures</h2>\n<pre>" + escaped(text) + "</pre>\n";
     }
 

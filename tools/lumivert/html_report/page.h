@@ -17,8 +17,10 @@ struct ReportContent {
     std::vector<Disagreement> disagreements;
     std::vector<Advice> advice;
     std::vector<Scene> scenes;
+    std::vector<Outputs> outputs; ///< of the tone curve, frame by frame
     std::vector<Jump> jumps;
     std::vector<Still> stills;
+    bool as_pq = false;       ///< the clip was accepted only so
     bool fixed_table = false; ///< what mode auto uses
     Record fallback = {};     ///< for frames before the first record
     size_t most_bytes = 0;    ///< for the page
