@@ -143,7 +143,8 @@ class Probe(ToolTest):
             self.assertEqual("cd/m2 in frames that use the default record" in lines, status == DIFFERENT)
 
     def test_warnings(self):
-        clip("bare.mp4", "64x64")
+        clip("bare.mp4", "64x64", seconds=0.04)
+        self.assertFalse(self.facts("bare.mp4", DIFFERENT)["variable_frame_rate"])  # of one frame
         clip("sdr.mp4", "64x64", transfer="bt709", pixels="yuv420p")
         clip("dim.mp4", "64x64", more=":master-display=G(8500,39850)B(6550,2300)R(35400,14600)WP(15635,16450)L(5000,1)")
         for name, warnings in (("bare.mp4", ["PQ without any metadata"]), ("sdr.mp4", ["not PQ", "8-bit samples"]),

@@ -112,6 +112,8 @@ class Measure(ToolTest):
             self.assertAlmostEqual(frame["seconds"], number / 24, delta=1e-3)
         write("one.p010", p010(16, 16, lambda x, y: (400, 512, 512)))
         self.lumivert("measure", "one.p010", "--size", "16x16", "-o", "c.svg")
+        write("white.p010", p010(16, 16, lambda x, y: (940, 512, 512)))
+        self.assertIn("MaxCLL   10000 cd/m2 in frame 0", self.lumivert("measure", "white.p010", "--size", "16x16")[0].decode())
 
     def test_refusals_leave_nothing(self):
         clip("hlg.mp4", "64x64", transfer="arib-std-b67")

@@ -1,6 +1,9 @@
 """The report as a reader meets it, in a browser."""
 import base64
+import contextlib
+import pty
 import re
+import subprocess
 import unittest
 
 import browser
@@ -26,11 +29,14 @@ class Report(ToolTest):
         self.assertLess(len(page), 5e6)
         for frames in ("frames 0 to 23", "frames 24 to 47", "frames 48 to 71"):
             self.assertIn(frames, page)
-        # The commands on the page do what it says.
-        for command in re.findall("^lumivert (.*)$", re.search("<pre>(.*)</pre>", page, re.S).group(1), re.M):
-            if "--frames" in command:
-                self.lumivert(*command.split())
+        self.run_commands(page, "--frames")
         self.assertOnlyFiles("r.html", "source.png", "sdr.png", "default.png")
+
+    def run_commands(self, page, of_kind):
+        """The commands on a page do what it says."""
+        for command in re.findall("^lumivert (.*)$", re.search("<pre>(.*)</pre>", page, re.S).group(1), re.M):
+            if of_kind in command:
+                self.lumivert(*command.split())
 
     def test_a_page_that_would_be_too_large_has_fewer_stills_and_says_so(self):
         page, _ = self.report(DEMO, "--max-size", "0.2")
@@ -60,6 +66,10 @@ class Report(ToolTest):
     def test_clips_of_other_kinds(self):
         clip("bare.mp4", "64x64")
         self.assertIn("There is no metadata at all.", self.report("bare.mp4")[0])
+        clip("sdr.mp4", "64x64", pixels="yuv420p")
+        self.run_commands(self.report("sdr.mp4", "--as-pq")[0], "-o source.png")
+        os.remove("sdr.mp4")
+        os.remove("source.png")
         write("one.p010", patches())
         self.assertIn("1 frame", self.report("one.p010", "--size", f"{WIDTH}x{HEIGHT}")[1])
         write("many.p010", 10000 * bytes(16 * 16 * 3))
@@ -74,6 +84,18 @@ class Report(ToolTest):
                                    (("bare.mp4", "-o", "r.txt"), "a report is written as .html")):
             self.assertIn(message, self.lumivert("report", *arguments, status=FAILED)[1])
         self.assertOnlyFiles("bare.mp4", "one.p010", "many.p010", "hlg.mp4")
+
+    def test_lines_take_the_place_of_the_progress_on_a_terminal(self):
+        terminal, ours = pty.openpty()
+        with subprocess.Popen([LUMIVERT, "report", DEMO, "--stills", "0", "-o", "r.html"], stderr=ours) as tool:
+            os.close(ours)
+            text = b""
+            with contextlib.suppress(OSError):  # the end
+                while part := os.read(terminal, 4096):
+                    text += part
+            os.close(terminal)
+        self.assertEqual(tool.returncode, DIFFERENT)
+        self.assertRegex(text.decode(), "left \x1b\\[K\r\x1b\\[Klumivert: report: 72 frames")
 
 
 @unittest.skipUnless(browser.CHROMIUM, "there is no chromium")

@@ -5,6 +5,8 @@
 #include <mutex>
 #include <utility>
 
+#include <unistd.h>
+
 #include "error.h"
 
 namespace lumivert::tool {
@@ -20,7 +22,7 @@ std::vector<std::string> warnings; ///< not yet taken
 std::atomic<int> warning_count = 0;
 
 void print(const char* kind, const std::string& line) {
-    std::fprintf(stderr, "%s%s%s\n", prefix.c_str(), kind, line.c_str());
+    std::fprintf(stderr, "%s%s%s%s\n", over_progress(), prefix.c_str(), kind, line.c_str());
 }
 
 } // namespace
@@ -57,6 +59,16 @@ void detail(const std::string& line) {
 
 int status_so_far() {
     return warning_count == 0 ? kDone : kDoneWithWarnings;
+}
+
+const char* over_progress() {
+    return isatty(STDERR_FILENO) == 1 ? "\r\033[K" : "";
+}
+
+std::string six_digits(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.6g", value);
+    return text;
 }
 
 std::string counted(long count, const std::string& noun) {

@@ -32,6 +32,12 @@ void detail(const std::string& line);
 /// Exit status of a command that came to its end.
 int status_so_far();
 
+/// What a line on standard error begins with, so that it takes the place of the progress.
+const char* over_progress();
+
+/// A number with six digits at most.
+std::string six_digits(double value);
+
 /// "1 frame", "2 frames".
 std::string counted(long count, const std::string& noun);
 

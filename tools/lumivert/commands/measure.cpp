@@ -24,15 +24,9 @@ struct Options {
     bool json = false, csv = false, as_pq = false;
 };
 
-std::string number(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.6g", value);
-    return text;
-}
-
 /// Six digits are more than 10-bit samples tell.
 double rounded(double value) {
-    return std::stod(number(value));
+    return std::stod(six_digits(value));
 }
 
 Json claim_json(const Record& record) {
@@ -49,7 +43,7 @@ Json frame_json(const MeasuredFrame& frame) {
     for (const double value : frame.light.maximum)
         maximum.push_back(rounded(value));
     for (size_t i = 0; i < kPercentages.size(); ++i)
-        percentiles[number(kPercentages[i])] = rounded(frame.light.percentiles[i]);
+        percentiles[six_digits(kPercentages[i])] = rounded(frame.light.percentiles[i]);
     Json json = {{"frame", frame.number},      {"seconds", rounded(frame.seconds)},
                  {"maximum", maximum},         {"average", rounded(frame.light.average)},
                  {"percentiles", percentiles}, {"record", nullptr}};
@@ -91,25 +85,25 @@ void print_json(const FrameSource& source, const std::string& name, const ClipLi
 void print_csv(const ClipLight& light) {
     std::string text = "frame,seconds,max_r,max_g,max_b,average";
     for (const double percentage : kPercentages)
-        text += ",p" + number(percentage);
+        text += ",p" + six_digits(percentage);
     text += ",record_max_r,record_max_g,record_max_b,record_average,record_p50,record_p99\n";
     for (const MeasuredFrame& frame : light.frames) {
-        text += std::to_string(frame.number) + "," + number(frame.seconds);
+        text += std::to_string(frame.number) + "," + six_digits(frame.seconds);
         for (const double value : frame.light.maximum)
-            text += "," + number(value);
-        text += "," + number(frame.light.average);
+            text += "," + six_digits(value);
+        text += "," + six_digits(frame.light.average);
         for (const double value : frame.light.percentiles)
-            text += "," + number(value);
+            text += "," + six_digits(value);
         if (frame.origin == RecordOrigin::kNone) {
             text += ",,,,,,\n";
             continue;
         }
         for (const uint32_t value : frame.record.maxscl)
-            text += "," + number(value / 10.0);
-        text += "," + number(frame.record.avg_maxrgb / 10.0);
+            text += "," + six_digits(value / 10.0);
+        text += "," + six_digits(frame.record.avg_maxrgb / 10.0);
         for (const int percentage : {50, 99}) {
             const double point = claimed_percentile(frame.record, percentage);
-            text += "," + (point < 0 ? "" : number(point));
+            text += "," + (point < 0 ? "" : six_digits(point));
         }
         text += "\n";
     }
@@ -127,10 +121,10 @@ void print_text(const FrameSource& source, const std::string& name, const ClipLi
     std::cout << name << ": " << counted(static_cast<long>(light.frames.size()), "frame") << " of " << clip.width << "x"
               << clip.height << ", read as PQ, BT.2020, " << (clip.range == AVCOL_RANGE_JPEG ? "full" : "limited")
               << " range\n";
-    std::snprintf(line, sizeof line, "  MaxCLL   %.4g cd/m2 in frame %ld", light.max_cll,
+    std::snprintf(line, sizeof line, "  MaxCLL   %.5g cd/m2 in frame %ld", light.max_cll,
                   static_cast<long>(light.max_cll_frame));
     std::cout << line << claim(fixed.max_cll) << '\n';
-    std::snprintf(line, sizeof line, "  MaxFALL  %.4g cd/m2 in frame %ld", light.max_fall,
+    std::snprintf(line, sizeof line, "  MaxFALL  %.5g cd/m2 in frame %ld", light.max_fall,
                   static_cast<long>(light.max_fall_frame));
     std::cout << line << claim(fixed.max_fall) << '\n';
     for (const Disagreement& d : disagreements)

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <iostream>
 #include <map>
 #include <set>
@@ -56,16 +55,10 @@ struct Hdr10PlusSummary {
         oddities.add(frame.number, record);
     }
     /// Times in files are rounded; a difference that counts is larger than a tenth.
-    bool variable_rate() const { return longest > shortest + shortest / 10 + 2; }
+    bool variable_rate() const { return longest > 0 && longest > shortest + shortest / 10 + 2; }
     /// Profile B carries curves; a clip with both kinds of records follows neither profile.
     const char* profile() const { return with_curve == 0 ? "A" : with_curve == with_record ? "B" : "A and B mixed"; }
 };
-
-std::string number(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.6g", value);
-    return text;
-}
 
 std::vector<std::string> warnings_about(const ClipInfo& clip, const Hdr10PlusSummary& plus, bool loses_records) {
     std::vector<std::string> lines;
@@ -97,11 +90,11 @@ void print_text(const std::string& path, const ClipInfo& clip, const Hdr10PlusSu
     const StaticMetadata& fixed = clip.static_metadata;
     std::cout << path << '\n'
               << "  video      " << clip.width << "x" << clip.height << ", " << counted(plus.frames, "frame") << ", "
-              << number(av_q2d(clip.frame_rate)) << " frames/s, " << clip.codec << " in " << clip.container << ", "
+              << six_digits(av_q2d(clip.frame_rate)) << " frames/s, " << clip.codec << " in " << clip.container << ", "
               << clip.pixel_format << '\n'
               << "  file       ";
-    if (clip.duration > 0) std::cout << number(clip.duration) << " s, ";
-    if (clip.bit_rate > 0) std::cout << number(static_cast<double>(clip.bit_rate) / 1000) << " kbit/s, ";
+    if (clip.duration > 0) std::cout << six_digits(clip.duration) << " s, ";
+    if (clip.bit_rate > 0) std::cout << six_digits(static_cast<double>(clip.bit_rate) / 1000) << " kbit/s, ";
     std::cout << (plus.variable_rate() ? "variable" : "constant") << " frame rate";
     if (const int degrees = Orientation(clip.display_matrix).degrees(); degrees != 0)
         std::cout << ", shown turned by " << degrees << " degrees";
@@ -115,9 +108,9 @@ void print_text(const std::string& path, const ClipInfo& clip, const Hdr10PlusSu
               << range_name(clip.range) << '\n';
     std::cout << "  mastering  ";
     if (fixed.has_mastering)
-        std::cout << "peak " << number(fixed.mastering_peak) << " cd/m2, black " << number(fixed.mastering_black)
-                  << " cd/m2" << (fixed.mastering_primaries.empty() ? "" : ", primaries " + fixed.mastering_primaries)
-                  << '\n';
+        std::cout << "peak " << six_digits(fixed.mastering_peak) << " cd/m2, black "
+                  << six_digits(fixed.mastering_black) << " cd/m2"
+                  << (fixed.mastering_primaries.empty() ? "" : ", primaries " + fixed.mastering_primaries) << '\n';
     else
         std::cout << "none\n";
     std::cout << "  content    ";

@@ -35,25 +35,28 @@ std::string variable(const char* name) {
     return value != nullptr ? value : "";
 }
 
+/// Empty where nothing says where it is.
 std::string preferred_cache_folder() {
     const std::string cache = variable("XDG_CACHE_HOME"), home = variable("HOME");
-    return cache.empty() ? (home.empty() ? "/nonexistent" : home) + "/.cache/lumivert" : cache + "/lumivert";
+    if (!cache.empty()) return cache + "/lumivert";
+    return home.empty() ? "" : home + "/.cache/lumivert";
 }
 
 std::string choose_cache_folder() {
     const std::string places[] = {"/tmp/lumivert.XXXXXX", "/dev/shm/lumivert.XXXXXX"};
     for (const std::string& place : places)
         remove_abandoned(place, true);
-    std::string preferred = preferred_cache_folder();
-    if (usable(preferred)) return preferred;
+    const std::string preferred = preferred_cache_folder();
+    if (!preferred.empty() && usable(preferred)) return preferred;
+    const std::string name = preferred.empty() ? "the cache folder" : preferred;
     for (std::string folder : places) {
         if (make_temporary_folder(folder) < 0) continue; // locked until the process ends
         if (!usable(folder)) continue;
-        detail(preferred + " cannot be written; compiling the GPU program anew");
+        detail(name + " cannot be written; compiling the GPU program anew");
         setenv("POCL_CACHE_DIR", (folder + "/pocl").c_str(), 0); // PoCL's own cache lies under ~/.cache as well
         return folder;
     }
-    throw Error(preferred + ": no room to keep the compiled GPU program");
+    throw Error(name + ": no room to keep the compiled GPU program");
 }
 
 /// The devices of a platform; none where the query fails, as it does for a platform without devices.

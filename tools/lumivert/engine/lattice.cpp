@@ -24,7 +24,7 @@ struct Layout {
     explicit Layout(int n)
         : size(n), geometry(kColumns * kBlockWidth, (n * n * n + kColumns - 1) / kColumns * kBlockHeight) {}
     int points() const { return size * size * size; }
-    /// Index of the first sample of a point's block in luma; halves of it, rows of pairs, in chroma.
+    /// Index of the first sample of a point's block in luma, and of its first pair in chroma, which has half the rows.
     size_t luma(int point) const {
         return static_cast<size_t>(point / kColumns) * kBlockHeight * geometry.pitch +
                static_cast<size_t>(point % kColumns) * kBlockWidth;
@@ -87,7 +87,7 @@ Look sample_look(int size, Mode mode, const Record* record, const Luminances& lu
     const Planes in(P010_LINEAR, layout.geometry), out(table ? P010_LINEAR : NV12, layout.geometry);
     Look look = {size, std::vector<std::array<float, 3>>(static_cast<size_t>(layout.points()))};
     for (int phase = 0; phase < kPhases; ++phase) {
-        fill(in, layout, phase, table ? 1 : 4); // the last step of 10-bit codes, or of 8-bit ones
+        fill(in, layout, phase, table ? 1 : 4); // averaged over one 10-bit code, or one 8-bit code
         converter.convert(in, out, record, luminances);
         if (table)
             add_colours<uint16_t>(out, layout, 6, 4, look);

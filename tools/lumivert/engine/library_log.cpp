@@ -30,7 +30,7 @@ void on_line(int priority, const char* /*tag*/, const char* message) {
         line.pop_back();
     if (priority >= ANDROID_LOG_ERROR && !is_routine(message)) {
         ++errors;
-        tell(line);
+        fail(line);
     } else {
         detail(line);
     }

@@ -18,6 +18,7 @@
 #include "error.h"
 #include "io/limits.h"
 #include "io/thread.h"
+#include "report.h"
 
 namespace lumivert::tool {
 namespace {
@@ -143,8 +144,7 @@ namespace {
 void leave(const char* line) {
     // Never given back: no other thread makes a file from here on. One that hangs in a file system has had its chance.
     if (mutex.try_lock_for(std::chrono::seconds(5))) remove_registered();
-    const char* over_progress = isatty(STDERR_FILENO) == 1 ? "\r\033[K" : "";
-    std::fprintf(stderr, "%slumivert: %s\n", over_progress, line);
+    std::fprintf(stderr, "%slumivert: %s\n", over_progress(), line);
 }
 
 /// Ends the process as the signal does by default, so that its parent sees why: a shell then leaves its loop.

@@ -5,12 +5,14 @@
 
 #include <unistd.h>
 
+#include "report.h"
+
 namespace lumivert::tool {
 
 Progress::Progress(int64_t total) : shown_(isatty(STDERR_FILENO) == 1), total_(total) {}
 
 Progress::~Progress() {
-    if (shown_) std::fputs("\r\033[K", stderr);
+    if (shown_) std::fputs(over_progress(), stderr);
 }
 
 void Progress::update(int64_t frames) {

@@ -9,6 +9,8 @@
 #include <thread>
 
 #include "io/queue.h"
+#include "io/thread.h"
+#include "report.h"
 
 namespace lumivert::tool {
 namespace {
@@ -34,9 +36,11 @@ public:
 
     std::vector<MeasuredFrame> run(const std::function<void(int64_t)>& each) {
         std::vector<std::thread> threads;
-        for (size_t i = 0; i < workers_; ++i)
-            threads.emplace_back([this] { guard([this] { measure_all(); }); });
-        guard([&] { read_all(each); });
+        guard([&] {
+            for (size_t i = 0; i < workers_; ++i)
+                threads.push_back(start_thread([this] { guard([this] { measure_all(); }); }));
+            read_all(each);
+        });
         for (std::thread& thread : threads)
             thread.join();
         if (error_) std::rethrow_exception(error_);
@@ -196,8 +200,8 @@ std::string rule_text(const std::string& rule) {
 std::string Disagreement::text() const {
     const std::string values = "measured " + number(measured) + " cd/m2, claimed " + number(claimed) + " cd/m2";
     if (rule == "MaxCLL" || rule == "MaxFALL") return rule + ": " + values + " (frame " + std::to_string(worst) + ")";
-    return rule + ": " + std::to_string(frames) + (frames == 1 ? " frame" : " frames") + ", the first " +
-           std::to_string(first) + "; worst in frame " + std::to_string(worst) + ": " + values;
+    return rule + ": " + counted(frames, "frame") + ", the first " + std::to_string(first) + "; worst in frame " +
+           std::to_string(worst) + ": " + values;
 }
 
 std::vector<Disagreement> find_disagreements(const ClipLight& light, const StaticMetadata& claimed) {

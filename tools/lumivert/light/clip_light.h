@@ -29,7 +29,7 @@ struct ClipLight {
 /// The picture part of planes that a source has filled.
 YuvView view_of(const Planes& p010, const Geometry& geometry, const ClipInfo& clip);
 
-/// Reads the source to its end. `each` gets the number of frames measured so far.
+/// Reads the source to its end. `each` gets the number of frames read so far.
 ClipLight measure_clip(FrameSource& source, const std::function<void(int64_t)>& each);
 
 /// A rule that the metadata breaks.
