@@ -52,11 +52,9 @@ struct Result {
         : codes(*av_pix_fmt_desc_get(form.format), kind.width, kind.height) {}
 
     CodeComparison codes;
-    DeltaE colour;
+    Colours colours; ///< `light` is the mean over all frames
     std::vector<FrameResult> frames;
     std::array<int64_t, 2> counts = {};
-    std::array<double, 2> light = {}; ///< mean over all frames, cd/m2
-    std::array<DeltaE, 2> to_source;
     bool has_source = false;
     std::vector<Kept> worst; ///< the first is the worst
     std::vector<std::string> warnings;
@@ -124,19 +122,16 @@ Result compare(Pairs& pairs, const Kind (&kinds)[2], const Form& form, const Opt
         frame.components = result.codes.latest;
         frame.largest = result.codes.current.largest;
         if (form.has_light) {
-            const DeltaE colour = delta_e(*a, form.encoding, *b, form.encoding);
-            frame.mean = colour.mean();
-            frame.high = colour.percentile(99);
-            frame.highest = colour.largest();
-            result.colour.add(colour);
-        }
-        if (const AVFrame* source = pairs.source()) {
-            result.has_source = true;
-            const std::array<const AVFrame*, 2> sides = {raw_a, raw_b};
-            for (size_t side = 0; side < 2; ++side) {
-                result.light[side] += mean_light(*sides[side], *kinds[side].encoding);
-                result.to_source[side].add(delta_e(*source, Encoding::kPq, *sides[side], *kinds[side].encoding));
-            }
+            // Two modes are compared as they are, like each of them with the source; files in their common form.
+            const AVFrame* source = pairs.source();
+            result.has_source = source != nullptr;
+            const Side one = source != nullptr ? Side{*raw_a, *kinds[0].encoding} : Side{*a, form.encoding};
+            const Side other = source != nullptr ? Side{*raw_b, *kinds[1].encoding} : Side{*b, form.encoding};
+            const Colours colours = compare_colours(one, other, source);
+            frame.mean = colours.between.mean();
+            frame.high = colours.between.percentile(99);
+            frame.highest = colours.between.largest();
+            result.colours.add(colours);
         }
         keep_if_worst(result, static_cast<size_t>(options.worst), a, b, form.has_light ? frame.mean : frame.largest);
         result.frames.push_back(std::move(frame));
@@ -145,7 +140,7 @@ Result compare(Pairs& pairs, const Kind (&kinds)[2], const Form& form, const Opt
     const std::vector<double>& values = ssim.finish();
     for (size_t i = 0; i < std::min(values.size(), result.frames.size()); ++i)
         result.frames[i].ssim = values[i];
-    for (double& light : result.light)
+    for (double& light : result.colours.light)
         light /= static_cast<double>(std::max<size_t>(result.frames.size(), 1));
     return result;
 }
@@ -182,16 +177,17 @@ void print_text(const Result& result, const Kind (&kinds)[2], const Form& form, 
                   << " in frame " << lowest << '\n';
         if (form.has_light) {
             const auto most = extreme(result, [](const auto& x, const auto& y) { return x.highest < y.highest; });
-            std::cout << "  Delta E ITP: mean " << fixed(result.colour.mean(), 2) << ", 99 % below "
-                      << fixed(result.colour.percentile(99), 1) << ", largest " << fixed(result.colour.largest(), 1)
-                      << " in frame " << most << " (1 is just visible)\n";
+            std::cout << "  Delta E ITP: mean " << fixed(result.colours.between.mean(), 2) << ", 99 % below "
+                      << fixed(result.colours.between.percentile(99), 1) << ", largest "
+                      << fixed(result.colours.between.largest(), 1) << " in frame " << most << " (1 is just visible)\n";
         }
     }
     if (result.has_source)
         for (int side = 0; side < 2; ++side)
             std::cout << "  "
-                      << "AB"[side] << ", " << kinds[side].name << ": average light " << fixed(result.light[side], 1)
-                      << " cd/m2, Delta E ITP to the source: mean " << fixed(result.to_source[side].mean(), 1) << '\n';
+                      << "AB"[side] << ", " << kinds[side].name << ": average light "
+                      << fixed(result.colours.light[side], 1) << " cd/m2, Delta E ITP to the source: mean "
+                      << fixed(result.colours.to_source[side].mean(), 1) << '\n';
     const std::string beyond = options.tolerance > 0 ? " by more than " + std::to_string(options.tolerance) : "";
     if (result.codes.first_differing < 0)
         std::cout << "  no frame differs" << beyond << '\n';
@@ -237,15 +233,15 @@ void print_json(const Result& result, const Kind (&kinds)[2], const Form& form, 
                      {"delta_e_itp", nullptr},
                      {"first_differing_frame", nullptr}};
     if (form.has_light)
-        document["delta_e_itp"] = {{"mean", result.colour.mean()},
-                                   {"percentile_99", result.colour.percentile(99)},
-                                   {"largest", result.colour.largest()}};
+        document["delta_e_itp"] = {{"mean", result.colours.between.mean()},
+                                   {"percentile_99", result.colours.between.percentile(99)},
+                                   {"largest", result.colours.between.largest()}};
     if (result.codes.first_differing >= 0) document["first_differing_frame"] = result.codes.first_differing;
     if (result.has_source)
         for (int side = 0; side < 2; ++side)
             document["sides"].push_back({{"name", kinds[side].name},
-                                         {"average_light_cd_m2", result.light[side]},
-                                         {"mean_delta_e_itp_to_source", result.to_source[side].mean()}});
+                                         {"average_light_cd_m2", result.colours.light[side]},
+                                         {"mean_delta_e_itp_to_source", result.colours.to_source[side].mean()}});
     document["warnings"] = result.warnings;
     document["each_frame"] = list;
     std::cout << document.dump(1) << '\n';

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <exception>
+#include <optional>
 #include <thread>
 
 extern "C" {
@@ -72,18 +73,9 @@ private:
     std::vector<float> values_;
 };
 
-/// I, T and P (ITU-R BT.2124) of BT.2020 light.
-struct Itp {
-    float i, t, p;
-};
-
-Itp itp_of(const PqTable& pq, float r, float g, float b) {
-    constexpr float kUnit = 1 / 4096.0F;
-    const float l = pq(kUnit * (1688 * r + 2146 * g + 262 * b));
-    const float m = pq(kUnit * (683 * r + 2951 * g + 462 * b));
-    const float s = pq(kUnit * (99 * r + 309 * g + 3688 * b));
-    return {0.5F * (l + m), 0.5F * kUnit * (6610 * l - 13613 * m + 7003 * s),
-            kUnit * (17933 * l - 17390 * m - 543 * s)};
+const PqTable& pq_table() {
+    static const PqTable table;
+    return table;
 }
 
 LumaWeights weights_of(const AVFrame& frame, Encoding encoding) {
@@ -101,7 +93,7 @@ LumaWeights weights_of(const AVFrame& frame, Encoding encoding) {
     }
 }
 
-/// Runs `work(first, last)` for bands of rows, one for each core.
+/// Runs `work(first, last, band)` for bands of rows, one for each core.
 template <typename Work>
 void in_bands(int rows, Work work) {
     const int bands = std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, std::max(rows / 16, 1));
@@ -237,34 +229,95 @@ double DeltaE::percentile(double percentage) const {
     return largest_;
 }
 
-DeltaE delta_e(const AVFrame& a, Encoding encoding_a, const AVFrame& b, Encoding encoding_b) {
-    static const PqTable pq;
-    std::vector<DeltaE> parts(static_cast<size_t>(band_count()));
-    in_bands(a.height, [&](int first, int last, int band) {
-        LightRows rows_a(a, encoding_a), rows_b(b, encoding_b);
-        DeltaE& part = parts[band];
-        std::vector<float> row(static_cast<size_t>(a.width));
+namespace {
+
+/// Rows of a picture as I, T and P (ITU-R BT.2124).
+class ItpRows {
+public:
+    explicit ItpRows(const Side& side) : light_(side.frame, side.encoding) {
+        for (auto& row : itp_)
+            row.resize(static_cast<size_t>(side.frame.width));
+    }
+
+    void read(int y) {
+        light_.read(y);
+        const PqTable& pq = pq_table();
+        constexpr float kUnit = 1 / 4096.0F;
+        const float *r = light_.component(0), *g = light_.component(1), *b = light_.component(2);
+        for (size_t x = 0; x < itp_[0].size(); ++x) {
+            const float l = pq(kUnit * (1688 * r[x] + 2146 * g[x] + 262 * b[x]));
+            const float m = pq(kUnit * (683 * r[x] + 2951 * g[x] + 462 * b[x]));
+            const float s = pq(kUnit * (99 * r[x] + 309 * g[x] + 3688 * b[x]));
+            itp_[0][x] = 0.5F * (l + m);
+            itp_[1][x] = 0.5F * kUnit * (6610 * l - 13613 * m + 7003 * s);
+            itp_[2][x] = kUnit * (17933 * l - 17390 * m - 543 * s);
+        }
+    }
+
+    /// Sum of max(R, G, B) over the row, in cd/m2.
+    double light() const {
+        double sum = 0;
+        for (size_t x = 0; x < itp_[0].size(); ++x)
+            sum += std::max({light_.component(0)[x], light_.component(1)[x], light_.component(2)[x]});
+        return sum;
+    }
+
+    void distances(const ItpRows& other, std::vector<float>& row) const {
+        for (size_t x = 0; x < row.size(); ++x) {
+            const float i = itp_[0][x] - other.itp_[0][x], t = itp_[1][x] - other.itp_[1][x];
+            const float p = itp_[2][x] - other.itp_[2][x];
+            row[x] = 720 * std::sqrt(i * i + t * t + p * p);
+        }
+    }
+
+private:
+    LightRows light_;
+    std::array<std::vector<float>, 3> itp_;
+};
+
+} // namespace
+
+void Colours::add(const Colours& other) {
+    between.add(other.between);
+    for (size_t side = 0; side < 2; ++side) {
+        to_source[side].add(other.to_source[side]);
+        light[side] += other.light[side];
+    }
+}
+
+Colours compare_colours(const Side& a, const Side& b, const AVFrame* source) {
+    const int width = a.frame.width, height = a.frame.height;
+    std::vector<Colours> parts(static_cast<size_t>(band_count()));
+    in_bands(height, [&](int first, int last, int band) {
+        Colours& part = parts[band];
+        ItpRows sides[] = {ItpRows(a), ItpRows(b)};
+        std::optional<ItpRows> origin;
+        if (source != nullptr) origin.emplace(Side{*source, Encoding::kPq});
+        std::vector<float> row(static_cast<size_t>(width));
+        const auto add = [&](const ItpRows& one, const ItpRows& other, DeltaE& to) {
+            one.distances(other, row);
+            to.add(row.data(), width);
+        };
         for (int y = first; y < last; ++y) {
-            rows_a.read(y);
-            rows_b.read(y);
-            const float *ra = rows_a.component(0), *ga = rows_a.component(1), *ba = rows_a.component(2);
-            const float *rb = rows_b.component(0), *gb = rows_b.component(1), *bb = rows_b.component(2);
-            for (int x = 0; x < a.width; ++x) {
-                const Itp one = itp_of(pq, ra[x], ga[x], ba[x]), other = itp_of(pq, rb[x], gb[x], bb[x]);
-                const float i = one.i - other.i, t = one.t - other.t, p = one.p - other.p;
-                row[x] = 720 * std::sqrt(i * i + t * t + p * p);
+            for (ItpRows& side : sides)
+                side.read(y);
+            add(sides[0], sides[1], part.between);
+            if (!origin) continue;
+            origin->read(y);
+            for (size_t side = 0; side < 2; ++side) {
+                add(*origin, sides[side], part.to_source[side]);
+                part.light[side] += sides[side].light() / (static_cast<double>(width) * height);
             }
-            part.add(row.data(), a.width);
         }
     });
-    DeltaE all;
-    for (const DeltaE& part : parts)
+    Colours all;
+    for (const Colours& part : parts)
         all.add(part);
     return all;
 }
 
 void to_pq(const AVFrame& from, Encoding encoding, AVFrame& gbrp10) {
-    static const PqTable pq;
+    const PqTable& pq = pq_table();
     in_bands(from.height, [&](int first, int last, int) {
         LightRows rows(from, encoding);
         for (int y = first; y < last; ++y) {
@@ -280,24 +333,6 @@ void to_pq(const AVFrame& from, Encoding encoding, AVFrame& gbrp10) {
             }
         }
     });
-}
-
-double mean_light(const AVFrame& frame, Encoding encoding) {
-    std::vector<double> parts(static_cast<size_t>(band_count()));
-    in_bands(frame.height, [&](int first, int last, int band) {
-        LightRows rows(frame, encoding);
-        double sum = 0;
-        for (int y = first; y < last; ++y) {
-            rows.read(y);
-            for (int x = 0; x < frame.width; ++x)
-                sum += std::max({rows.component(0)[x], rows.component(1)[x], rows.component(2)[x]});
-        }
-        parts[band] = sum;
-    });
-    double sum = 0;
-    for (const double part : parts)
-        sum += part;
-    return sum / (static_cast<double>(frame.width) * frame.height);
 }
 
 } // namespace lumivert::tool

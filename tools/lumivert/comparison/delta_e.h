@@ -50,13 +50,26 @@ private:
     int64_t count_ = 0;
 };
 
-/// All pixels of two frames of one size, on all cores.
-DeltaE delta_e(const AVFrame& a, Encoding encoding_a, const AVFrame& b, Encoding encoding_b);
+/// A picture, and how its samples become light.
+struct Side {
+    const AVFrame& frame;
+    Encoding encoding;
+};
+
+/// What two pictures differ by, and where they were made from a third, how far each is from that.
+struct Colours {
+    DeltaE between;
+    std::array<DeltaE, 2> to_source;
+    std::array<double, 2> light = {}; ///< mean of max(R, G, B) in the light of the display, cd/m2; of several, the sum
+
+    void add(const Colours& other);
+};
+
+/// All pixels of two pictures of one size, on all cores. `source`, of the same size and in PQ, may be null; then only
+/// `between` is filled.
+Colours compare_colours(const Side& a, const Side& b, const AVFrame* source);
 
 /// The same colours in PQ and BT.2020, as 10-bit RGB.
 void to_pq(const AVFrame& from, Encoding encoding, AVFrame& gbrp10);
-
-/// Mean of max(R, G, B) in cd/m2, in the light of the display.
-double mean_light(const AVFrame& frame, Encoding encoding);
 
 } // namespace lumivert::tool
