@@ -132,8 +132,10 @@ def clip_with_records(path, records):
 
 def av1_clip(path, record):
     """An AV1 clip of two frames, each with the record in a metadata OBU."""
-    ffmpeg("-f", "lavfi", "-i", "testsrc2=s=64x64:d=0.08", "-pix_fmt", "yuv420p10le", "-c:v", "libaom-av1", "-cpu-used",
-           "8", "-color_trc", "smpte2084", "-color_primaries", "bt2020", "-colorspace", "bt2020nc", "bare.obu")
+    tags = ("-color_primaries", "bt2020", "-color_trc", "smpte2084", "-colorspace", "bt2020nc")  # FFmpeg 5 takes these,
+    filters = "setparams=color_primaries=bt2020:color_trc=smpte2084:colorspace=bt2020nc"  # FFmpeg 7 those of the frames
+    ffmpeg("-f", "lavfi", "-i", "testsrc2=s=64x64:d=0.08", "-vf", filters, "-pix_fmt", "yuv420p10le", "-c:v",
+           "libaom-av1", "-cpu-used", "8", *tags, "bare.obu")
     stream, out, at = read("bare.obu"), b"", 0
     metadata = b"\4" + make_clip.t35_payload(record) + b"\x80"  # of type ITU-T T.35
     while at < len(stream):
