@@ -13,10 +13,8 @@ constexpr const char* kFolders[] = {"/vendor", "/vendor/media"};
 
 } // namespace
 
-DataFolder::DataFolder() {
-#ifdef __ANDROID__
-    path_ = "/data/vendor/media";
-#else
+DataFolder::DataFolder() : path_("/data/vendor/media") {
+#ifndef __ANDROID__
     const char* const temporary = std::getenv("TMPDIR");
     std::string root = std::string(temporary && *temporary ? temporary : "/tmp") + "/lumivert_check.XXXXXX";
     if (mkdtemp(&root[0]) == nullptr) {
