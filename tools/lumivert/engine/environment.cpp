@@ -46,7 +46,7 @@ std::string choose_cache_folder() {
     const std::string places[] = {"/tmp/lumivert.XXXXXX", "/dev/shm/lumivert.XXXXXX"};
     for (const std::string& place : places)
         remove_abandoned(place, true);
-    const std::string preferred = preferred_cache_folder();
+    std::string preferred = preferred_cache_folder();
     if (!preferred.empty() && usable(preferred)) return preferred;
     const std::string name = preferred.empty() ? "the cache folder" : preferred;
     for (std::string folder : places) {
