@@ -53,7 +53,9 @@ class Agreement(unittest.TestCase):
     def test_hdr10plus_frames_agree_within_a_code_but_where_the_gain_jumps(self):
         # The gain jumps at every entry of its table, so a luminance next to one may take either side's.
         samples, found = self.compare("nv12", "--mode", "hdr10plus")
-        self.assertLess(sum(found.values()), samples / 200)
+        # Luma of greys is a whole number before the fraction is cut off, which any rounding decides: PoCL 6 does it the
+        # other way in 0.6 % of this clip's samples.
+        self.assertLess(sum(found.values()), samples / 100)
         self.assertLess(sum(count for step, count in found.items() if step > 1), samples / 10000)
         self.assertLessEqual(max(found, default=0), 8)
 
