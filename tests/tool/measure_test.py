@@ -22,10 +22,10 @@ def components(y, cb, cr, black=64, luma=876, chroma=896):
     return [light(v) for v in (red, (y - 0.2627 * red - 0.0593 * blue) / 0.6780, blue)]
 
 
-def lossless(path, frames, size, records=None, colour_range="tv"):
-    """An HEVC clip with just these samples (P010 frames), and with records where there are any."""
+def lossless(path, frames, size, records=None, colour_range="tv", more=""):
+    """An HEVC clip with just these samples (P010 frames), with records where there are any, and with more x265 options."""
     write("frames.p010", b"".join(frames))
-    parameters = "lossless=1:log-level=none:bframes=0:colorprim=bt2020:transfer=smpte2084:colormatrix=bt2020nc"
+    parameters = "lossless=1:log-level=none:bframes=0:colorprim=bt2020:transfer=smpte2084:colormatrix=bt2020nc" + more
     ffmpeg("-f", "rawvideo", "-pix_fmt", "p010le", "-s", size, "-i", "frames.p010",
            "-vf", f"scale=in_range={colour_range}:out_range={colour_range}", "-pix_fmt", "yuv420p10le",
            "-color_range", colour_range, "-c:v", "libx265", "-preset", "ultrafast",
@@ -98,6 +98,19 @@ class Measure(ToolTest):
         self.assertIn("maximum: 1 frame, the first 2; worst in frame 2: measured ", text)
         lossless("in.hevc", [p010(64, 64, lambda x, y: (600, 512, 512))] * 2, "64x64", [right] * 2)
         self.assertEqual(self.measure("in.hevc")["disagreements"], [])
+
+    def test_a_clip_above_its_content_light(self):
+        """The second of three frames has the light of both MaxCLL and MaxFALL."""
+        grey = light((600 - 64) / 876)
+        frames = [p010(64, 64, lambda x, y, luma=luma: (luma, 512, 512)) for luma in (500, 600, 500)]
+        for rule, claims in (("MaxCLL", (0.8, 0.95)), ("MaxFALL", (0.95, 0.8))):
+            claimed = [round(claim * grey) for claim in claims]
+            lossless("in.hevc", frames, "64x64", more=":max-cll={},{}".format(*claimed))
+            found, = self.measure("in.hevc", status=DIFFERENT)["disagreements"]
+            self.assertEqual((found["rule"], found["worst_frame"], found["claimed"]), (rule, 1, min(claimed)))
+            self.assertLight(found["measured"], grey)
+        text = self.lumivert("measure", "in.hevc", status=DIFFERENT)[0].decode()
+        self.assertIn("MaxFALL: measured ", text)
 
     def test_tables_and_charts_have_every_frame(self):
         write("in.p010", p010(16, 16, lambda x, y: (400, 512, 512)) * 10000)
