@@ -90,10 +90,10 @@ void Report::print_steady() const {
             std::printf("\n%-48s %8s %8s %8s %8s\n", "descriptors, resident memory in MiB", "before", "steady", "end",
                         "after");
         headed = true;
-        const auto row = [&facts = facts](const std::string& name, const char* what, const char* unit, double divisor) {
+        const auto row = [&of = facts](const std::string& name, const char* what, const char* unit, double divisor) {
             std::printf("%-48s", name.c_str());
             for (const char* const when : {"before", "steady", "end", "after"})
-                std::printf(" %8.0f", facts.number(std::string(what) + "_" + when + unit) / divisor);
+                std::printf(" %8.0f", of.number(std::string(what) + "_" + when + unit) / divisor);
             std::printf("\n");
         };
         row(format("%s, %.0f frames", without_first_word(tested.name).c_str(), facts.number("frames")), "descriptors",
