@@ -146,7 +146,7 @@ class Probe(ToolTest):
         clip("bare.mp4", "64x64", seconds=0.04)
         self.assertFalse(self.facts("bare.mp4", DIFFERENT)["variable_frame_rate"])  # of one frame
         clip("sdr.mp4", "64x64", transfer="bt709", pixels="yuv420p")
-        clip("dim.mp4", "64x64", more=":master-display=G(8500,39850)B(6550,2300)R(35400,14600)WP(15635,16450)L(5000,1)")
+        write("dim.mp4", with_mastering_peak(read("bare.mp4"), 0.5))
         for name, warnings in (("bare.mp4", ["PQ without any metadata"]), ("sdr.mp4", ["not PQ", "8-bit samples"]),
                                ("dim.mp4", ["a mastering peak of 0.5 cd/m2"])):
             for expected, warning in zip(warnings, self.facts(name, DIFFERENT)["warnings"], strict=True):

@@ -2,6 +2,7 @@
 import json
 import os
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
@@ -105,15 +106,28 @@ def turned(mp4):
     return mp4[:at] + b"".join(entry.to_bytes(4, "big", signed=True) for entry in matrix) + mp4[at + 36:]
 
 
-def with_dolby_vision(mp4, profile):
-    """The same file, whose index comes last, with a configuration of Dolby Vision in the first track."""
-    out, at = bytearray(mp4), 0
-    box = b"\0\0\0\x20dvcC\1\0" + (profile << 9 | 6 << 3 | 5).to_bytes(2, "big") + bytes(20)
-    for name in (b"moov", b"trak", b"mdia", b"minf", b"stbl", b"stsd", b"hvc1"):
+def with_box(mp4, kind, content):
+    """The same file, whose index comes last, with another box in the sample entry of its first track."""
+    out, at, sizes = bytearray(mp4), 0, []
+    box = (8 + len(content)).to_bytes(4, "big") + kind + content
+    for name in (b"moov", b"trak", b"mdia", b"minf", b"stbl", b"stsd"):
         at = out.index(name, at)
-        out[at - 4:at] = (int.from_bytes(out[at - 4:at], "big") + len(box)).to_bytes(4, "big")
-    at += int.from_bytes(out[at - 4:at], "big") - len(box) - 4  # the end of the sample entry
-    return bytes(out[:at]) + box + bytes(out[at:])
+        sizes.append(at - 4)
+    sizes.append(at + 12)  # the first entry follows version, flags and count
+    for size in sizes:
+        out[size:size + 4] = (int.from_bytes(out[size:size + 4], "big") + len(box)).to_bytes(4, "big")
+    end = sizes[-1] + int.from_bytes(out[sizes[-1]:sizes[-1] + 4], "big") - len(box)
+    return bytes(out[:end]) + box + bytes(out[end:])
+
+
+def with_dolby_vision(mp4, profile):
+    return with_box(mp4, b"dvcC", b"\1\0" + (profile << 9 | 6 << 3 | 5).to_bytes(2, "big") + bytes(20))
+
+
+def with_mastering_peak(mp4, peak):
+    """In cd/m2, on a BT.2020 display. FFmpeg 7 takes no peak below 5 cd/m2 from HEVC's own message."""
+    display = (8500, 39850, 6550, 2300, 35400, 14600, 15635, 16450)  # chromaticities times 50000: G, B, R, white
+    return with_box(mp4, b"mdcv", struct.pack(">8H2I", *display, round(peak * 10000), 1))
 
 
 def hdr_messages(path):

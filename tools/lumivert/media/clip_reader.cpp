@@ -109,6 +109,7 @@ ClipReader::ClipReader(const std::string& path, const std::optional<RawLayout>& 
     AVFormatContext* opened = nullptr;
     check(avformat_open_input(&opened, path == "-" ? "pipe:0" : ("file:" + path).c_str(), nullptr, nullptr), path_);
     demuxer_.reset(opened);
+    give_side_data_to_frames(*opened);
     check(avformat_find_stream_info(opened, nullptr), path_);
     const AVCodec* codec = nullptr;
     stream_ = av_find_best_stream(opened, AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);

@@ -91,6 +91,8 @@ uint8_t* add_side_data(AVStream& stream, AVPacketSideDataType type, size_t bytes
     auto* added = av_packet_side_data_new(&codec.coded_side_data, &codec.nb_coded_side_data, type, bytes, 0);
     return added != nullptr ? added->data : nullptr;
 }
+
+void give_side_data_to_frames(AVFormatContext&) {}
 #else
 const uint8_t* side_data_of(const AVStream& stream, AVPacketSideDataType type) {
     return av_stream_get_side_data(&stream, type, nullptr);
@@ -98,6 +100,10 @@ const uint8_t* side_data_of(const AVStream& stream, AVPacketSideDataType type) {
 
 uint8_t* add_side_data(AVStream& stream, AVPacketSideDataType type, size_t bytes) {
     return av_stream_new_side_data(&stream, type, bytes);
+}
+
+void give_side_data_to_frames(AVFormatContext& demuxer) {
+    av_format_inject_global_side_data(&demuxer);
 }
 #endif
 
