@@ -29,6 +29,8 @@ apt-get autoclean -q
 rm -rf "$sysroot" "$sysroot.packages"
 mkdir "$sysroot"
 for archive in apt/cache/archives/*.deb; do dpkg -x "$archive" "$sysroot"; done
+# Since Debian 13 the packages hold nothing in /lib, where programs name their loader.
+[ -e "$sysroot/lib" ] || ln -s usr/lib "$sysroot/lib"
 # Libraries that an installed system finds through its alternatives (FFmpeg's filters need BLAS and LAPACK).
 for library in "$sysroot"/usr/lib/*/blas/*.so.* "$sysroot"/usr/lib/*/lapack/*.so.*; do
     [ ! -e "$library" ] || ln -sf "$(basename "$(dirname "$library")")/$(basename "$library")" "$(dirname "$library")/.."
