@@ -151,6 +151,10 @@ class Probe(ToolTest):
                                ("dim.mp4", ["a mastering peak of 0.5 cd/m2"])):
             for expected, warning in zip(warnings, self.facts(name, DIFFERENT)["warnings"], strict=True):
                 self.assertIn(expected, warning)
+        # What the stream says counts for more than what the container says.
+        clip("both.mp4", "64x64", more=":master-display=G(8500,39850)B(6550,2300)R(35400,14600)WP(15635,16450)L(10000000,1)")
+        write("both.mp4", with_mastering_peak(read("both.mp4"), 0.5))
+        self.assertEqual(self.facts("both.mp4")["mastering"]["peak_cd_m2"], 1000)
         self.assertIn("there is no HDR10+ metadata in bare.mp4",
                       self.convert("bare.mp4", "out.nv12", "--mode", "hdr10plus", status=DIFFERENT))
 

@@ -21,10 +21,13 @@ extern "C" {
 namespace lumivert::tool {
 namespace {
 
+/// The last of its type, null if there is none: on FFmpeg 5 what the container says comes before what the stream says.
 template <typename T>
 const T* side_data(const AVFrame& frame, AVFrameSideDataType type) {
-    const AVFrameSideData* found = av_frame_get_side_data(&frame, type);
-    return found != nullptr ? reinterpret_cast<const T*>(found->data) : nullptr;
+    const T* found = nullptr;
+    for (int i = 0; i < frame.nb_side_data; ++i)
+        if (frame.side_data[i]->type == type) found = reinterpret_cast<const T*>(frame.side_data[i]->data);
+    return found;
 }
 
 /// The name of the primaries, if they are among those that HDR masters have.

@@ -74,7 +74,8 @@ std::string take_other_ffmpeg_errors();
 /// from the stream to the codec parameters.
 const uint8_t* side_data_of(const AVStream& stream, AVPacketSideDataType type);
 uint8_t* add_side_data(AVStream& stream, AVPacketSideDataType type, size_t bytes);
-/// Decoded frames carry what the container says of light, where the stream itself does not. Since 6.1 they do anyway.
+/// Makes decoded frames carry what the container says of light as well. FFmpeg 7 does so anyway where the stream says
+/// nothing.
 void give_side_data_to_frames(AVFormatContext& demuxer);
 
 /// Throws "PATH: reason (what FFmpeg logged)" for a negative result; else gives it back.
