@@ -2,6 +2,8 @@
 #include <sstream>
 #include <vector>
 
+#include <CLI/CLI.hpp>
+
 #include "commands/commands.h"
 #include "commands/options.h"
 #include "error.h"

@@ -49,10 +49,9 @@ TEST(ProgramText, IsOpenClC12ToEveryCompiler) {
                               "clang-19", "clang-20", "clang-21"}) {
         const std::string at_hand = std::string("command -v ") + clang + " >/dev/null";
         if (std::system(at_hand.c_str()) != 0) continue;
-        const std::string compile = std::string(clang) +
-                                    " -x cl -cl-std=CL1.2 -Xclang -finclude-default-header "
-                                    "-fsyntax-only -Wall -Wextra -Wpedantic -Wno-unused -Werror "
-                                    "-Wno-unused-parameter -";
+        const std::string compile = std::string(clang) + " -x cl -cl-std=CL1.2 -Xclang -finclude-default-header "
+                                                         "-fsyntax-only -Wall -Wextra -Wpedantic -Wno-unused -Werror "
+                                                         "-Wno-unused-parameter -";
         FILE* const compiler = popen(compile.c_str(), "w");
         ASSERT_NE(compiler, nullptr);
         EXPECT_EQ(std::fwrite(text.data(), 1, text.size(), compiler), text.size()) << clang;

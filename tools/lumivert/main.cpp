@@ -2,6 +2,8 @@
 #include <exception>
 #include <iostream>
 
+#include <CLI/CLI.hpp>
+
 #include "commands/commands.h"
 #include "error.h"
 #include "io/cleanup.h"

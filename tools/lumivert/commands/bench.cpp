@@ -116,15 +116,15 @@ int run(const Options& options) {
 
 } // namespace
 
-Command add_bench(CLI::App& app) {
+Command add_bench(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     Options& o = *options;
-    app.add_option("--size", o.sizes, "frame sizes; by default 1920x1080 and 3840x2160");
-    app.add_option("--seconds", o.seconds, "how long each mode converts; by default 2")->check(CLI::Range(0.1, 3600.0));
-    app.add_option("--device", o.device, "part of an OpenCL device's name or number; see 'lumivert devices'");
-    app.add_flag("--json", o.json, "print one JSON document");
-    app.footer("This is the conversion alone; decoding and encoding take additional time.\n\n"
-               "Example:\n  lumivert bench --size 1920x1080");
+    arguments.add("--size", o.sizes, "frame sizes; by default 1920x1080 and 3840x2160");
+    arguments.add("--seconds", o.seconds, "how long each mode converts; by default 2").between(0.1, 3600.0);
+    arguments.add("--device", o.device, "part of an OpenCL device's name or number; see 'lumivert devices'");
+    arguments.add_flag("--json", o.json, "print one JSON document");
+    arguments.footer("This is the conversion alone; decoding and encoding take additional time.\n\n"
+                     "Example:\n  lumivert bench --size 1920x1080");
     return [options] { return run(*options); };
 }
 

@@ -1,5 +1,7 @@
 #include "commands/commands.h"
 
+#include <CLI/CLI.hpp>
+
 #include "error.h"
 #include "io/output_file.h"
 #include "report.h"
@@ -10,7 +12,7 @@ namespace {
 struct Entry {
     const char* name;
     const char* about;
-    Command (*add)(CLI::App&);
+    Command (*add)(Arguments&);
     bool makes_one_file = false; ///< and nothing else: there is nothing to do if that is to be kept
 };
 
@@ -37,7 +39,8 @@ std::vector<std::pair<CLI::App*, Command>> add_commands(CLI::App& app) {
     std::vector<std::pair<CLI::App*, Command>> added;
     for (const Entry& entry : kCommands) {
         CLI::App* command = app.add_subcommand(entry.name, entry.about);
-        Command execute = entry.add(*command);
+        Arguments arguments(*command);
+        Command execute = entry.add(arguments);
         if (const CLI::Option* output = command->get_option_no_throw("--output")) {
             command->add_flag("-n,--no-overwrite", keep_existing, "leave existing files as they are");
             if (entry.makes_one_file)

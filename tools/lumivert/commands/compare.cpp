@@ -336,32 +336,30 @@ int run(const Options& options) {
 
 } // namespace
 
-Command add_compare(CLI::App& app) {
+Command add_compare(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     Options& o = *options;
-    app.add_option("A", o.a, "a clip, a picture, or raw frames with --size")->required();
-    app.add_option("B", o.b, "what to compare it with");
-    app.add_option("--modes", o.modes,
-                   "compare two conversions of A, a PQ clip: auto, static, hdr10plus, default (hdr10plus without "
-                   "the clip's records), or none (the source)")
-        ->delimiter(',')
-        ->check(CLI::IsMember({"auto", "static", "hdr10plus", "default", "none"}));
-    app.add_option("--size", o.size, "the size of raw frames");
-    app.add_option("--format", o.format, "of raw frames, unless their extension tells: nv12, p010 or rgba");
-    app.add_option("--untagged", o.untagged, "how to read samples without colour tags: pq or sdr")
-        ->check(CLI::IsMember({"pq", "sdr"}));
-    app.add_option("--tolerance", o.tolerance, "ignore differences up to this")
-        ->check(CLI::Range(0, 65535))
-        ->capture_default_str();
-    app.add_option("-o,--output", o.picture, "draw the frame with the largest difference, as a PNG");
-    app.add_option("--worst", o.worst, "also draw the N worst frames side by side, next to the file of -o")
-        ->check(CLI::Range(1, 20));
-    app.add_flag("--json", o.json, "one JSON document");
-    app.add_flag("--csv", o.csv, "a line of numbers for every frame");
-    app.add_option("--device", o.device, "for --modes: part of an OpenCL device's name or number");
-    app.footer("The exit status is 1 if there is a difference.\n\nExamples:\n"
-               "  lumivert compare old.nv12 new.nv12 --size 1920x1080 --tolerance 1 -o difference.png\n"
-               "  lumivert compare clip.mp4 --modes auto,static");
+    arguments.add("A", o.a, "a clip, a picture, or raw frames with --size").required();
+    arguments.add("B", o.b, "what to compare it with");
+    arguments
+        .add("--modes", o.modes,
+             "compare two conversions of A, a PQ clip: auto, static, hdr10plus, default (hdr10plus without "
+             "the clip's records), or none (the source)")
+        .separated_by(',')
+        .one_of({"auto", "static", "hdr10plus", "default", "none"});
+    arguments.add("--size", o.size, "the size of raw frames");
+    arguments.add("--format", o.format, "of raw frames, unless their extension tells: nv12, p010 or rgba");
+    arguments.add("--untagged", o.untagged, "how to read samples without colour tags: pq or sdr").one_of({"pq", "sdr"});
+    arguments.add("--tolerance", o.tolerance, "ignore differences up to this").between(0, 65535).shows_default();
+    arguments.add("-o,--output", o.picture, "draw the frame with the largest difference, as a PNG");
+    arguments.add("--worst", o.worst, "also draw the N worst frames side by side, next to the file of -o")
+        .between(1, 20);
+    arguments.add_flag("--json", o.json, "one JSON document");
+    arguments.add_flag("--csv", o.csv, "a line of numbers for every frame");
+    arguments.add("--device", o.device, "for --modes: part of an OpenCL device's name or number");
+    arguments.footer("The exit status is 1 if there is a difference.\n\nExamples:\n"
+                     "  lumivert compare old.nv12 new.nv12 --size 1920x1080 --tolerance 1 -o difference.png\n"
+                     "  lumivert compare clip.mp4 --modes auto,static");
     return [options] {
         if (!options->picture.empty() && is_kept(options->picture)) options->picture = "", options->worst = 0;
         return run(*options);

@@ -138,7 +138,7 @@ int run(const Options& options) {
 
 } // namespace
 
-Command add_convert(CLI::App& app) {
+Command add_convert(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     Options& o = *options;
     Request& r = o.request;
@@ -146,57 +146,53 @@ Command add_convert(CLI::App& app) {
     for (const WriterInfo& writer : writers())
         kinds +=
             "\n  ." + std::string(writer.name) + std::string(6 - std::string(writer.name).size(), ' ') + writer.about;
-    app.add_option("INPUT", o.inputs, "clips, or raw P010 with --size; - is standard input")->required();
-    app.add_option("-o,--output", r.output, "the result; its extension selects the writer; FOLDER/ for several inputs")
-        ->required();
-    app.add_option("--size", o.size, "INPUT is raw P010 of this size, such as 1920x1080");
-    app.add_option("--rate", o.rate, "frames per second of raw P010")
-        ->check(CLI::Range(1.0, 1000.0))
-        ->capture_default_str();
-    app.add_option(
-           "--mode", r.mode,
-           "auto: hdr10plus if the first 16 frames have HDR10+ metadata, else static; none: keep the PQ samples")
-        ->check(CLI::IsMember({"auto", "static", "hdr10plus", "none"}))
-        ->capture_default_str();
-    app.add_option("--metadata", r.metadata,
-                   "HDR10+ records from this JSON file instead of the clip's; none: no records");
-    app.add_option("--max-luminance", r.max_luminance, "mastering peak in cd/m2, default: the clip's")
-        ->check(CLI::Range(1.0, 10000.0));
-    app.add_option("--max-cll", r.max_cll, "maximum content light level in cd/m2, default: the clip's")
-        ->check(CLI::Range(1.0, 10000.0));
-    app.add_option(
-           "--format", r.format,
-           "what the converter writes: nv12, p010 or rgba; default: p010 in mode static, else what OUTPUT holds, "
-           "nv12 first")
-        ->check(CLI::IsMember({"nv12", "p010", "rgba"}));
-    app.add_option("--as", r.writer, "the writer to use, whatever OUTPUT's extension");
-    app.add_option("--frames", o.frames, "only these frames, such as 10-19, counted from 0");
-    app.add_option("--from", o.from, "only from this time on, such as 00:01:00");
-    app.add_option("--to", o.to, "only up to this time, such as 00:01:10");
-    app.add_option("--interval", r.interval, "convert the first frame and then every Nth")
-        ->check(CLI::Range(1, 1000000));
-    app.add_option("--entry", r.entry, "pool imports planes for each frame, retained once")
-        ->check(CLI::IsMember({"pool", "retained"}))
-        ->capture_default_str();
-    app.add_option("--device", o.device, "part of an OpenCL device's name or number; see 'lumivert devices'");
-    app.add_option("--codec", r.codec, "h264 or hevc; default: h264 for 8 bits, hevc for 10")
-        ->check(CLI::IsMember({"h264", "hevc"}));
-    app.add_option("--preset", r.preset, "encoder preset, default: veryfast")
-        ->check(CLI::IsMember({"ultrafast", "superfast", "veryfast", "faster", "fast", "medium", "slow", "slower",
-                               "veryslow", "placebo"}));
-    app.add_option("--quality", r.quality, "constant rate factor of the encoder, 0 is best")
-        ->check(CLI::Range(0, 51))
-        ->capture_default_str();
-    app.add_flag("--as-pq", o.as_pq, "accept a clip that is not tagged PQ or has 8 bits, as if it were PQ");
-    app.add_flag("--json", o.json, "print a summary as a JSON document");
-    app.footer("OUTPUT's extensions:" + kinds +
-               "\n\nExamples:\n"
-               "  lumivert convert phone.mp4 -o phone-sdr.mp4\n"
-               "  lumivert convert movie.mkv --from 00:01:00 --to 00:01:10 -o minute-sdr.mkv\n"
-               "  lumivert convert movie.mkv --frames 100 -o frame.png\n"
-               "  lumivert convert *.mp4 -o sdr/\n"
-               "  ffmpeg -i clip.mp4 -f rawvideo -pix_fmt p010le - | \\\n"
-               "    lumivert convert - --size 1920x1080 --mode static -o sdr.p010");
+    arguments.add("INPUT", o.inputs, "clips, or raw P010 with --size; - is standard input").required();
+    arguments.add("-o,--output", r.output, "the result; its extension selects the writer; FOLDER/ for several inputs")
+        .required();
+    arguments.add("--size", o.size, "INPUT is raw P010 of this size, such as 1920x1080");
+    arguments.add("--rate", o.rate, "frames per second of raw P010").between(1.0, 1000.0).shows_default();
+    arguments
+        .add("--mode", r.mode,
+             "auto: hdr10plus if the first 16 frames have HDR10+ metadata, else static; none: keep the PQ samples")
+        .one_of({"auto", "static", "hdr10plus", "none"})
+        .shows_default();
+    arguments.add("--metadata", r.metadata,
+                  "HDR10+ records from this JSON file instead of the clip's; none: no records");
+    arguments.add("--max-luminance", r.max_luminance, "mastering peak in cd/m2, default: the clip's")
+        .between(1.0, 10000.0);
+    arguments.add("--max-cll", r.max_cll, "maximum content light level in cd/m2, default: the clip's")
+        .between(1.0, 10000.0);
+    arguments
+        .add("--format", r.format,
+             "what the converter writes: nv12, p010 or rgba; default: p010 in mode static, else what OUTPUT holds, "
+             "nv12 first")
+        .one_of({"nv12", "p010", "rgba"});
+    arguments.add("--as", r.writer, "the writer to use, whatever OUTPUT's extension");
+    arguments.add("--frames", o.frames, "only these frames, such as 10-19, counted from 0");
+    arguments.add("--from", o.from, "only from this time on, such as 00:01:00");
+    arguments.add("--to", o.to, "only up to this time, such as 00:01:10");
+    arguments.add("--interval", r.interval, "convert the first frame and then every Nth").between(1, 1000000);
+    arguments.add("--entry", r.entry, "pool imports planes for each frame, retained once")
+        .one_of({"pool", "retained"})
+        .shows_default();
+    arguments.add("--device", o.device, "part of an OpenCL device's name or number; see 'lumivert devices'");
+    arguments.add("--codec", r.codec, "h264 or hevc; default: h264 for 8 bits, hevc for 10").one_of({"h264", "hevc"});
+    arguments.add("--preset", r.preset, "encoder preset, default: veryfast")
+        .one_of({"ultrafast", "superfast", "veryfast", "faster", "fast", "medium", "slow", "slower", "veryslow",
+                 "placebo"});
+    arguments.add("--quality", r.quality, "constant rate factor of the encoder, 0 is best")
+        .between(0, 51)
+        .shows_default();
+    arguments.add_flag("--as-pq", o.as_pq, "accept a clip that is not tagged PQ or has 8 bits, as if it were PQ");
+    arguments.add_flag("--json", o.json, "print a summary as a JSON document");
+    arguments.footer("OUTPUT's extensions:" + kinds +
+                     "\n\nExamples:\n"
+                     "  lumivert convert phone.mp4 -o phone-sdr.mp4\n"
+                     "  lumivert convert movie.mkv --from 00:01:00 --to 00:01:10 -o minute-sdr.mkv\n"
+                     "  lumivert convert movie.mkv --frames 100 -o frame.png\n"
+                     "  lumivert convert *.mp4 -o sdr/\n"
+                     "  ffmpeg -i clip.mp4 -f rawvideo -pix_fmt p010le - | \\\n"
+                     "    lumivert convert - --size 1920x1080 --mode static -o sdr.p010");
     return [options] { return run(*options); };
 }
 

@@ -167,32 +167,31 @@ int run(const Options& options) {
 
 } // namespace
 
-Command add_curve(CLI::App& app) {
+Command add_curve(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     Options& o = *options;
-    app.add_option("INPUT", o.input.path, "a PQ clip, HDR10+ metadata as a .json file, or raw P010 with --size")
-        ->required();
-    app.add_option("-o,--output", o.output, "a .png, .svg or .csv file; or a 3D LUT as .cube")->required();
-    app.add_option("--frame", o.frame, "which frame, counted from 0")
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str();
-    app.add_flag("--all", o.all, "all frames, as a strip over time");
-    app.add_option("--mode", o.input.mode,
-                   "as for convert; auto: hdr10plus if the first 16 frames have HDR10+ metadata, else static")
-        ->check(CLI::IsMember({"auto", "hdr10plus", "static"}))
-        ->capture_default_str();
-    app.add_option("--target", o.target, "peak of the display in cd/m2; the converter's is 250")
-        ->check(CLI::Range(200, 10000))
-        ->capture_default_str();
-    app.add_option("--lut-size", o.lut_size, "points along each axis of a .cube: 17, 33 or 65")
-        ->check(CLI::IsMember({17, 33, 65}))
-        ->capture_default_str();
-    app.add_option("--device", o.device, "for a .cube: part of an OpenCL device's name or number");
-    app.add_option("--size", o.input.size, "INPUT is raw P010 of this size, such as 1920x1080");
-    app.add_flag("--as-pq", o.input.as_pq, "accept a clip that is not tagged PQ or has 8 bits, as if it were PQ");
-    app.footer("Examples:\n  lumivert curve clip.mp4 --frame 12 -o curve.png\n"
-               "  lumivert curve clip.mp4 --frame 12 -o look.cube\n"
-               "  lumivert curve clip.json --all -o curves.svg");
+    arguments.add("INPUT", o.input.path, "a PQ clip, HDR10+ metadata as a .json file, or raw P010 with --size")
+        .required();
+    arguments.add("-o,--output", o.output, "a .png, .svg or .csv file; or a 3D LUT as .cube").required();
+    arguments.add("--frame", o.frame, "which frame, counted from 0").not_negative().shows_default();
+    arguments.add_flag("--all", o.all, "all frames, as a strip over time");
+    arguments
+        .add("--mode", o.input.mode,
+             "as for convert; auto: hdr10plus if the first 16 frames have HDR10+ metadata, else static")
+        .one_of({"auto", "hdr10plus", "static"})
+        .shows_default();
+    arguments.add("--target", o.target, "peak of the display in cd/m2; the converter's is 250")
+        .between(200, 10000)
+        .shows_default();
+    arguments.add("--lut-size", o.lut_size, "points along each axis of a .cube: 17, 33 or 65")
+        .one_of({17, 33, 65})
+        .shows_default();
+    arguments.add("--device", o.device, "for a .cube: part of an OpenCL device's name or number");
+    arguments.add("--size", o.input.size, "INPUT is raw P010 of this size, such as 1920x1080");
+    arguments.add_flag("--as-pq", o.input.as_pq, "accept a clip that is not tagged PQ or has 8 bits, as if it were PQ");
+    arguments.footer("Examples:\n  lumivert curve clip.mp4 --frame 12 -o curve.png\n"
+                     "  lumivert curve clip.mp4 --frame 12 -o look.cube\n"
+                     "  lumivert curve clip.json --all -o curves.svg");
     return [options] { return run(*options); };
 }
 

@@ -47,11 +47,11 @@ int run(const Options& options) {
 
 } // namespace
 
-Command add_devices(CLI::App& app) {
+Command add_devices(Arguments& arguments) {
     auto options = std::make_shared<Options>();
-    app.add_option("--device", options->device, "part of a device's number, platform or name");
-    app.add_flag("--json", options->json, "one JSON document");
-    app.footer("Example:\n  lumivert devices");
+    arguments.add("--device", options->device, "part of a device's number, platform or name");
+    arguments.add_flag("--json", options->json, "one JSON document");
+    arguments.footer("Example:\n  lumivert devices");
     return [options] { return run(*options); };
 }
 

@@ -161,20 +161,19 @@ int run(const Options& options) {
 
 } // namespace
 
-Command add_measure(CLI::App& app) {
+Command add_measure(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     Options& o = *options;
-    app.add_option("INPUT", o.input, "a PQ clip, or raw P010 with --size; - is standard input")->required();
-    app.add_option("--size", o.size, "INPUT is raw P010 of this size, such as 1920x1080");
-    app.add_option("--rate", o.rate, "frames per second of raw P010")
-        ->check(CLI::Range(1.0, 1000.0))
-        ->capture_default_str();
-    app.add_flag("--json", o.json, "one JSON document with every frame");
-    app.add_flag("--csv", o.csv, "a line of numbers for every frame");
-    app.add_option("-o,--output", o.chart, "a chart over time, .png or .svg");
-    app.add_flag("--as-pq", o.as_pq, "accept a clip that is not tagged PQ or has 8 bits, as if it were PQ");
-    app.footer("Light is in cd/m2. Exit status 1: the metadata and the pixels disagree, or there were warnings.\n\n"
-               "Examples:\n  lumivert measure clip.mp4 -o light.png\n  lumivert measure clip.mp4 --csv > light.csv");
+    arguments.add("INPUT", o.input, "a PQ clip, or raw P010 with --size; - is standard input").required();
+    arguments.add("--size", o.size, "INPUT is raw P010 of this size, such as 1920x1080");
+    arguments.add("--rate", o.rate, "frames per second of raw P010").between(1.0, 1000.0).shows_default();
+    arguments.add_flag("--json", o.json, "one JSON document with every frame");
+    arguments.add_flag("--csv", o.csv, "a line of numbers for every frame");
+    arguments.add("-o,--output", o.chart, "a chart over time, .png or .svg");
+    arguments.add_flag("--as-pq", o.as_pq, "accept a clip that is not tagged PQ or has 8 bits, as if it were PQ");
+    arguments.footer(
+        "Light is in cd/m2. Exit status 1: the metadata and the pixels disagree, or there were warnings.\n\n"
+        "Examples:\n  lumivert measure clip.mp4 -o light.png\n  lumivert measure clip.mp4 --csv > light.csv");
     return [options] {
         if (!options->chart.empty() && is_kept(options->chart)) options->chart.clear();
         return run(*options);

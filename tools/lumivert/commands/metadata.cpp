@@ -38,12 +38,12 @@ int run(const Options& options) {
 
 } // namespace
 
-Command add_metadata(CLI::App& app) {
+Command add_metadata(Arguments& arguments) {
     auto options = std::make_shared<Options>();
-    app.add_option("INPUT", options->input, "a clip; - is standard input")->required();
-    app.add_option("-o,--output", options->output, "the JSON file; - is standard output")->required();
-    app.footer("Examples:\n  lumivert metadata clip.mkv -o clip.json\n"
-               "  lumivert convert clip.mkv --metadata clip.json -o clip-sdr.mp4");
+    arguments.add("INPUT", options->input, "a clip; - is standard input").required();
+    arguments.add("-o,--output", options->output, "the JSON file; - is standard output").required();
+    arguments.footer("Examples:\n  lumivert metadata clip.mkv -o clip.json\n"
+                     "  lumivert convert clip.mkv --metadata clip.json -o clip-sdr.mp4");
     return [options] { return run(*options); };
 }
 

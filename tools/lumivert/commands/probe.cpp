@@ -202,11 +202,11 @@ int run(const Options& options) {
 
 } // namespace
 
-Command add_probe(CLI::App& app) {
+Command add_probe(Arguments& arguments) {
     auto options = std::make_shared<Options>();
-    app.add_option("INPUT", options->input, "a clip; - is standard input")->required();
-    app.add_flag("--json", options->json, "one JSON document");
-    app.footer("The exit status is 1 if there were warnings.\n\nExample:\n  lumivert probe clip.mp4");
+    arguments.add("INPUT", options->input, "a clip; - is standard input").required();
+    arguments.add_flag("--json", options->json, "one JSON document");
+    arguments.footer("The exit status is 1 if there were warnings.\n\nExample:\n  lumivert probe clip.mp4");
     return [options] { return run(*options); };
 }
 

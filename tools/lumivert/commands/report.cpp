@@ -97,21 +97,21 @@ int run(const Options& options) {
 
 } // namespace
 
-Command add_report(CLI::App& app) {
+Command add_report(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     Options& o = *options;
-    app.add_option("INPUT", o.input, "a PQ clip, or raw P010 with --size")->required();
-    app.add_option("-o,--output", o.output, "the page, .html")->required();
-    app.add_option("--size", o.size, "INPUT is raw P010 of this size, such as 1920x1080");
-    app.add_option("--stills", o.stills, "number of scenes with stills, default: 12")->check(CLI::Range(0, 200));
-    app.add_option("--width", o.width, "largest width of a still, default: 960")->check(CLI::Range(16, 7680));
-    app.add_option("--max-size", o.max_size,
-                   "largest page in megabytes, default: 5; stills are left out of a larger one")
-        ->check(CLI::Range(0.1, 1000.0));
-    app.add_option("--device", o.device, "part of an OpenCL device's name or number; see 'lumivert devices'");
-    app.add_flag("--as-pq", o.as_pq, "accept a clip that is not tagged PQ or has 8 bits, as if it were PQ");
-    app.footer("One HTML page that shows why a clip looks as it does in SDR. It needs no other file.\n"
-               "Exit status 1: the page has warnings.\n\nExample:\n  lumivert report clip.mp4 -o report.html");
+    arguments.add("INPUT", o.input, "a PQ clip, or raw P010 with --size").required();
+    arguments.add("-o,--output", o.output, "the page, .html").required();
+    arguments.add("--size", o.size, "INPUT is raw P010 of this size, such as 1920x1080");
+    arguments.add("--stills", o.stills, "number of scenes with stills, default: 12").between(0, 200);
+    arguments.add("--width", o.width, "largest width of a still, default: 960").between(16, 7680);
+    arguments
+        .add("--max-size", o.max_size, "largest page in megabytes, default: 5; stills are left out of a larger one")
+        .between(0.1, 1000.0);
+    arguments.add("--device", o.device, "part of an OpenCL device's name or number; see 'lumivert devices'");
+    arguments.add_flag("--as-pq", o.as_pq, "accept a clip that is not tagged PQ or has 8 bits, as if it were PQ");
+    arguments.footer("One HTML page that shows why a clip looks as it does in SDR. It needs no other file.\n"
+                     "Exit status 1: the page has warnings.\n\nExample:\n  lumivert report clip.mp4 -o report.html");
     return [options] { return run(*options); };
 }
 
