@@ -58,7 +58,7 @@ struct World {
 
 /// One for all inputs: folders and planes.
 World& world() {
-    static auto& all = *new World;
+    static World all;
     return all;
 }
 
