@@ -4,6 +4,7 @@ import json
 import os
 import select
 import shutil
+import signal
 import subprocess
 import tempfile
 import time
@@ -24,7 +25,8 @@ class Browser:
              "--no-first-run", "--disable-background-networking", "--disable-component-update", "--disable-sync",
              "--disable-dev-shm-usage", "--hide-scrollbars", f"--user-data-dir={self.profile}", "--remote-debugging-pipe",
              "about:blank"],
-            pass_fds=(commands, answers), stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            pass_fds=(commands, answers), env={**os.environ, "TMPDIR": self.profile}, start_new_session=True,
+            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(commands)
         os.close(answers)
         self.buffer, self.number, self.session = b"", 0, None
@@ -35,7 +37,7 @@ class Browser:
             self.call(domain + ".enable")
 
     def close(self):
-        self.process.kill()
+        os.killpg(self.process.pid, signal.SIGKILL)  # its helpers too, or they write to the profile again
         self.process.wait()
         os.close(self.to_browser)
         os.close(self.from_browser)
