@@ -1,5 +1,5 @@
-/// What a command takes from the command line. CLI11 does the work. Each file that includes it takes ten seconds to
-/// compile, so the commands' files see this instead.
+/// What a command takes from the command line. CLI11 does the work behind this: a file that includes it takes ten
+/// seconds to compile, so the commands do not.
 #pragma once
 
 #include <initializer_list>
@@ -12,7 +12,7 @@ class Option;
 
 namespace lumivert::tool {
 
-/// One value, and what is demanded of it. Another one is refused while the command line is parsed.
+/// One value, and what it must be. The parser refuses anything else.
 class Argument {
 public:
     explicit Argument(CLI::Option& option) : option_(option) {}
@@ -30,7 +30,7 @@ private:
     CLI::Option& option_;
 };
 
-/// All that a command takes. The variables keep what they hold where nothing is given, and must outlive the parsing.
+/// All that a command takes. A variable keeps its value where nothing is given, and must outlive the parsing.
 class Arguments {
 public:
     explicit Arguments(CLI::App& command) : command_(command) {}
